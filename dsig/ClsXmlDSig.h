@@ -1,0 +1,159 @@
+// ClsXmlDSig: the verifier. Load XML carrying one or more XML-Signature elements,
+// select one, verify it (every reference digest and the signature value), read facts
+// about it, canonicalize XML on request, and add or check a XAdES encapsulated
+// timestamp. Every public operation takes the object's lock, logs under a context named
+// after itself, never throws, and explains a failure in the log.
+#pragma once
+
+#include <cstdint>
+
+#include "dsig/SystemCertsHolder.h"
+#include "dsig/_clsXmlDSigBase.h"
+#include "support/DataBuffer.h"
+#include "support/ExtPtrArray.h"
+#include "support/RefCountedObject.h"
+#include "support/StringBuffer.h"
+#include "support/XString.h"
+
+class BrantelX509;
+class ClsBinData;
+class ClsHttp;
+class ClsJsonObject;
+class ClsPublicKey;
+class ClsStringArray;
+class ClsStringBuilder;
+class ClsXml;
+class ClsXmlCertVault;
+class DSigReference;
+class DSigRefExternalData;
+class StringHashSet;
+
+class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
+ public:
+  // Returns null instead of propagating a construction failure.
+  static ClsXmlDSig* createNewCls();
+  ClsXmlDSig();
+  ~ClsXmlDSig() override;
+
+  // ---- properties ----
+  int get_Selector() const { return m_selector; }
+  void put_Selector(int index);
+  int get_NumSignatures();
+  int get_NumReferences();
+  void get_VerifyOptions(XString& out);
+  void put_VerifyOptions(const XString& options);
+  void get_ExternalRefDirs(XString& out);
+  void put_ExternalRefDirs(const XString& dirs);
+  bool get_IgnoreExternalRefs() const { return m_ignoreExternalRefs; }
+  void put_IgnoreExternalRefs(bool v) { m_ignoreExternalRefs = v; }
+  int get_RefFailReason() const { return m_refFailReason; }
+  bool get_WithComments() const { return m_withComments; }
+  void put_WithComments(bool v) { m_withComments = v; }
+
+  // ---- public operations ----
+  bool LoadSignature(XString& xml);
+  bool LoadSignatureSb(ClsStringBuilder& xml);
+  bool LoadSignatureBd(ClsBinData& xml);
+  // Selects the signature whose Id attribute equals id (first match); false if none.
+  bool SelectSignatureById(const XString& id);
+  bool VerifySignature(bool verifyReferenceDigests);
+  bool VerifyReferenceDigest(int index);
+  bool CanonicalizeXml(XString& xml, XString& version, bool withComments, XString& outXml);
+  bool CanonicalizeFragment(XString& xml, XString& fragmentId, XString& version, XString& prefixList,
+                            bool withComments, XString& outXml);
+  bool AddEncapsulatedTimeStamp(ClsJsonObject& options, ClsStringBuilder& sbOut);
+  bool HasEncapsulatedTimeStamp();
+  void SetHttpObj(ClsHttp* http);
+  ClsXml* GetKeyInfo();
+  ClsPublicKey* GetPublicKey();
+  bool SetPublicKey(ClsPublicKey& key);
+  bool SetHmacKey(XString& key, XString& encoding);
+  bool GetCerts(ClsStringArray& certs);
+  bool UseCertVault(ClsXmlCertVault& vault);
+  bool SetRefDataFile(int index, XString& path);
+  bool SetRefDataSb(int index, ClsStringBuilder& data, XString& charset);
+  bool SetRefDataBd(int index, ClsBinData& data);
+  bool ReferenceUri(int index, XString& out);
+  bool IsReferenceExternal(int index);
+
+  // ---- loading and selection ----
+  bool loadSignature(XString& xml, LogBase& log);
+  bool loadSignatureBd(ClsBinData& xml, LogBase& log);
+  bool selectBySignatureId(const StringBuffer& id, LogBase& log);
+  bool selectedSignatureId(StringBuffer& out, LogBase& log);
+  ClsXml* getReference(int index, LogBase& log);  // new handle or null
+  int numReferences(ClsXml* signature, LogBase& log);
+  ClsXml* selectedSignature() const;              // borrowed, or null
+
+  // ---- SignedInfo and signature fields ----
+  bool getCanonicalizationMethod(StringBuffer& algorithm, StringBuffer& prefixList, LogBase& log);
+  bool getSignatureMethod(StringBuffer& out, LogBase& log);
+  bool getSignedInfoField(const char* childName, const char* attrName, StringBuffer& out, LogBase& log);
+  bool getSignatureValue(StringBuffer& out, LogBase& log);
+  static bool captureUniqueTagContent(const char* tagStart, const StringBuffer& xml, StringBuffer& out,
+                                      LogBase& log);
+  static bool captureUniqueAttrContent(const char* tagStart, const char* attrName, const StringBuffer& xml,
+                                       StringBuffer& out, LogBase& log);
+
+  // ---- verification ----
+  bool verifySignature(bool verifyReferenceDigests, LogBase& log);
+  static int signatureMethodToHashAlg(const StringBuffer& algorithmUri, LogBase& log);
+  static int signatureMethodToKeyType(const StringBuffer& algorithmUri, LogBase& log);
+
+  // ---- references ----
+  bool verifyReferenceDigest(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
+  bool verifyReferenceDigest2(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
+  bool verifyInternalReference(int index, StringBuffer& uri, DSigReference& ref, LogBase& log);
+  bool verifyExternalReference(int index, const StringBuffer& uri, DSigReference& ref,
+                               bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
+  DSigRefExternalData* getExtRef(int index, bool create, LogBase& log);
+  bool getReferenceUri(int index, StringBuffer& out, LogBase& log);
+  // Splits ExternalRefDirs at ';' (pieces trimmed, empty ones dropped).
+  void splitExternalRefDirs(ExtPtrArraySb& dirs) const;
+
+  // ---- transforms on document text ----
+  bool transformEnvelopedSignature(StringBuffer& xml, StringBuffer& unused1, StringBuffer& unused2,
+                                   DSigReference& ref, LogBase& log);
+  bool removeSignatureAndFollowingSigs(StringBuffer& xml, unsigned start, unsigned length, LogBase& log);
+  bool canonicalizeXml(XString& xml, XString& version, bool withComments, XString& outXml, LogBase& log);
+  bool canonicalizeFragment(XString& xml, XString& fragmentId, XString& version, XString& prefixList,
+                            bool withComments, XString& outXml, LogBase& log);
+
+  // ---- keys and certificates ----
+  ClsXml* getKeyInfo(LogBase& log);
+  bool publicKeyFromKeyInfo(ClsXml* keyInfo, ExtPtrArrayRc& keys, LogBase& log);
+  bool getPublicKey(bool bKeyInfoOnly, ExtPtrArrayRc& keys, LogBase& log);
+  ClsPublicKey* getPublicKeyByIssuerNameAndSerial(const char* issuerCN, const char* serialHex, LogBase& log);
+  bool getCertByIssuerNameAndSerial(const char* issuerCN, const char* serialHex, StringBuffer& out,
+                                    LogBase& log);
+  ClsPublicKey* getPublicKeyBySubjectName(const char* dn, LogBase& log);
+  bool getCertBySubjectName(const char* dn, StringBuffer& out, LogBase& log);
+  ClsPublicKey* getPublicKeyBySKI(const char* ski, LogBase& log);
+  bool getCertBySKI(const char* ski, StringBuffer& out, LogBase& log);
+  ClsPublicKey* publicKeyFromX509(BrantelX509* cert, LogBase& log);
+  ClsPublicKey* publicKeyFromCertBase64(StringBuffer& text, StringHashSet& set, LogBase& log);
+  bool processCertBase64(StringBuffer& text, StringHashSet& set, LogBase& log);
+  bool pkiPathV1_to_cert(const StringBuffer& in, StringBuffer& out, LogBase& log);
+  static void reverseSubjectNameDN(const StringBuffer& dn, StringBuffer& out);
+  bool certsFromKeyInfo(ClsXml* keyInfo, ClsStringArray& certs, LogBase& log);
+
+  // ---- encapsulated timestamps ----
+  bool hasEncapsulatedTimeStamp(LogBase& log);
+  bool verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigXml, LogBase& log);
+  bool addEncapsulatedTimeStamp(ClsJsonObject& options, XString& out, LogBase& log);
+  static void appendXmlAttrId(StringBuffer& sb, LogBase& log);
+
+  // ---- fields, in declaration order ----
+  bool m_withComments = false;
+  bool m_ignoreExternalRefs = false;
+  int32_t m_refFailReason = 0;
+  StringBuffer m_xmlSb;              // UTF-8 text of the loaded document, exactly as loaded
+  ClsXml* m_xmlRoot = nullptr;       // one reference held
+  XString m_externalRefDirs;
+  ExtPtrArrayRc m_signatures;        // every Signature element, document order
+  ExtPtrArrayRc m_publicKeys;        // caller keys by signature index (SetPublicKey)
+  ExtPtrArray m_refExternalData;     // DSigExternalData by signature index
+  bool m_constructed = true;         // set at construction; read by nothing
+  DataBuffer m_hmacKey;
+  int32_t m_selector = 0;
+};

@@ -1,0 +1,59 @@
+// _clsXmlDSigBase: the document-family state of the verifier and the text operations
+// (canonicalization transform, XPath transform, family adjustments) that read it.
+#pragma once
+
+#include <cstdint>
+
+#include "dsig/ClsBase.h"
+#include "dsig/_clsCades.h"
+#include "support/DataBuffer.h"
+#include "support/StringBuffer.h"
+
+class ClsXml;
+class DSigReference;
+class LogBase;
+
+class _clsXmlDSigBase : public ClsBase, public _clsCades {
+ public:
+  _clsXmlDSigBase();
+  ~_clsXmlDSigBase() override;
+
+  // Sets the document-family flags from markers in the document text.
+  void detectSpecial(const StringBuffer& text, LogBase& log);
+  // Set the ZATCA / MyInvois mode from the uncommon options the log carries.
+  void checkSetZatca(LogBase& log);
+  void checkSetMyInvois(LogBase& log);
+
+  // Canonicalization transform of a same-document reference (in place on success).
+  bool transformCanonicalize(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm,
+                             const StringBuffer& fragmentId, LogBase& log);
+  // XPath / XPath Filter 2.0 transform by recognised expression patterns (in place).
+  bool transformXPath(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm,
+                      const StringBuffer& xpath, LogBase& log);
+
+  // Family adjustments on document text.
+  bool preprocessXmlToTransform(const StringBuffer& fragmentId, DSigReference& ref, StringBuffer& xml,
+                                LogBase& log);
+  bool postProcessTransformedXml(StringBuffer& unused, DSigReference& ref, StringBuffer& xml, LogBase& log);
+  void extract_sii_cl_dte(StringBuffer& xml, const char* id, bool keepCopy, LogBase& log);
+  bool removeXmlChunk(const char* startTag, const char* endTag, StringBuffer& xml, LogBase& log);
+  bool removeXmlChunkContaining(const char* startTag, const char* endTag, const char* mustContain,
+                                StringBuffer& xml, LogBase& log);
+  bool zatcaTransformInvoice(StringBuffer& xml, LogBase& log);
+
+  // Document-family fields, in declaration order.
+  int32_t m_specialDocKind = 0;  // 3 = Peruvian SUNAT UBL document
+  bool m_isSiiCl = false;
+  int32_t m_siiDteOffset = 0;    // offset of the extracted "<DTE " in the text it was cut from
+  StringBuffer m_siiDteXml;
+  bool m_isDoda = false;
+  bool m_isCsioz = false;
+  bool m_isSunatPeru = false;
+  bool m_isZatca = false;
+  bool m_isMyInvois = false;
+  bool m_dupAttrSortBug = false;
+  bool m_noSortBugRetry = false;
+  bool m_isSkXmlSignedDoc = false;
+  bool m_isCmaStp = false;
+  DataBuffer m_myInvoisDigest;
+};
