@@ -2,6 +2,7 @@
 // authority is reached; handed whole to the time-stamp operations.
 #pragma once
 
+#include "support/RefCountedObject.h"
 #include "support/XString.h"
 
 class ClsHttp;
@@ -10,7 +11,7 @@ class LogBase;
 class _clsCades {
  public:
   _clsCades() = default;
-  virtual ~_clsCades();
+  virtual ~_clsCades() = default;
   _clsCades(const _clsCades&) = delete;
   _clsCades& operator=(const _clsCades&) = delete;
 
@@ -19,10 +20,11 @@ class _clsCades {
   const XString& cmsOptions() const { return m_cmsOptions; }
 
   // Keeps a reference to the caller's HTTP object for later time-stamp requests.
+  // Defined with the time-stamp code, where ClsHttp is a complete type.
   void setTsaHttpObj(ClsHttp* http, LogBase& log);
-  ClsHttp* tsaHttpObj() const { return m_http; }
+  ClsHttp* tsaHttpObj() const;
 
- private:
+ protected:
   XString m_cmsOptions;
-  ClsHttp* m_http = nullptr;  // one reference held
+  RefCountedObjectOwner m_http;  // the caller's HTTP object, one reference held
 };
