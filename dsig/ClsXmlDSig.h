@@ -106,6 +106,10 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool verifyInternalReference(int index, StringBuffer& uri, DSigReference& ref, LogBase& log);
   bool verifyExternalReference(int index, const StringBuffer& uri, DSigReference& ref,
                                bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
+  // Compares a same-document reference's computed digest with its stored value, through
+  // the fallbacks for signers that store it in other forms; sets m_refFailReason.
+  bool compareSameDocumentDigest(const StringBuffer& uri, DSigReference& ref, const StringBuffer& transformedData,
+                                 const DataBuffer& digest, LogBase& log);
   DSigRefExternalData* getExtRef(int index, bool create, LogBase& log);
   bool getReferenceUri(int index, StringBuffer& out, LogBase& log);
   // Splits ExternalRefDirs at ';' (pieces trimmed, empty ones dropped).
