@@ -49,15 +49,35 @@ class ClsBase : public BrantelCritSec {
   class OperationFrame {
    public:
     OperationFrame(ClsBase& obj, const char* name, bool clearJson)
-        : m_lock(obj), m_context(obj.m_log, name) {
+        : m_lock(obj), m_debugLog(obj), m_context(obj.m_log, name) {
       if (clearJson) obj.m_log.clearLastJsonData();
     }
 
    private:
+    // Counts nested frames; when the outermost one ends (after its log context has
+    // closed, before the lock is released) the call's log goes to the debug log file.
+    class DebugLogFlush {
+     public:
+      explicit DebugLogFlush(ClsBase& obj) : m_obj(obj) { ++m_obj.m_frameDepth; }
+      ~DebugLogFlush() {
+        if (--m_obj.m_frameDepth == 0) m_obj.appendLogToDebugFile();
+      }
+      DebugLogFlush(const DebugLogFlush&) = delete;
+      DebugLogFlush& operator=(const DebugLogFlush&) = delete;
+
+     private:
+      ClsBase& m_obj;
+    };
+
     CritSecExitor m_lock;
+    DebugLogFlush m_debugLog;
     LogContextExitor m_context;
   };
 
  private:
+  // Appends the log of the call just finished to DebugLogFilePath, when one is set.
+  void appendLogToDebugFile() noexcept;
+
   XString m_debugLogFilePath;
+  int m_frameDepth = 0;
 };

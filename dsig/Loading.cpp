@@ -1,0 +1,124 @@
+// Loading XML into the verifier, collecting its signatures and selecting one.
+#include "dsig/ClsXmlDSig.h"
+#include "support/ClsXml.h"
+#include "support/LogBase.h"
+
+// ---- public loaders ----
+
+bool ClsXmlDSig::LoadSignature(XString& xml) {
+  OperationFrame frame(*this, "LoadSignature", false);
+  // Text that arrives as Windows-1252 mistaken for UTF-8 is repaired before anything else.
+  xml.checkFixUtf8Windows1252(m_log);
+  m_log.clearLastJsonData();
+  return loadSignature(xml, m_log);
+}
+
+// ---- internal loaders ----
+
+namespace {
+
+void releaseDocument(ClsXml*& root, ExtPtrArrayRc& signatures, int32_t& selector) {
+  selector = 0;
+  if (root) {
+    root->decRefCount();
+    root = nullptr;
+  }
+  signatures.removeAllObjects();
+}
+
+}  // namespace
+
+bool ClsXmlDSig::loadSignature(XString& xml, LogBase& log) {
+  releaseDocument(m_xmlRoot, m_signatures, m_selector);
+
+  // The keywords are the object's own, whatever log the caller passed.
+  m_isZatca = m_log.hasUncommonOption("ZATCA", true);
+  if (m_isZatca) {
+    m_noSortBugRetry = true;
+    log.LogInfo("Will validate according to ZATCA rules...");
+  }
+  m_isMyInvois = m_log.hasUncommonOption("MYINVOIS", true);
+  if (m_isMyInvois) {
+    m_noSortBugRetry = true;
+    log.LogInfo("Will validate according to MyInvois rules...");
+  }
+
+  m_xmlSb.setString(xml.getUtf8Sb());
+  // Detection clears m_noSortBugRetry again; the verification sets it for itself.
+  detectSpecial(m_xmlSb, log);
+
+  m_xmlRoot = ClsXml::createNewCls();
+  if (!m_xmlRoot) return false;
+  if (!m_xmlRoot->loadXml(m_xmlSb, false, log)) return false;
+
+  m_xmlRoot->findSignatures(m_signatures, log);
+  // A document without signatures still loads; NumSignatures tells the caller.
+  return true;
+}
+
+// ---- selection ----
+
+ClsXml* ClsXmlDSig::selectedSignature() const {
+  return static_cast<ClsXml*>(m_signatures.elementAt(m_selector));
+}
+
+bool ClsXmlDSig::selectBySignatureId(const StringBuffer& id, LogBase& log) {
+  LogContextExitor ctx(log, "selectBySignatureId");
+  log.LogDataSb("signatureId", id);
+
+  StringBuffer sigId;
+  const int count = m_signatures.getSize();
+  for (int i = 0; i < count; ++i) {
+    ClsXml* sig = static_cast<ClsXml*>(m_signatures.elementAt(i));
+    if (!sig) continue;
+    sigId.clear();
+    if (sig->getAttrValue("Id", sigId) && sigId.equals(id)) {
+      m_selector = i;
+      return true;
+    }
+  }
+  log.LogError("Signature with Id not found.");
+  return false;
+}
+
+bool ClsXmlDSig::selectedSignatureId(StringBuffer& out, LogBase&) {
+  out.clear();
+  ClsXml* sig = selectedSignature();
+  if (!sig) return false;
+  return sig->getAttrValue("Id", out);
+}
+
+// ---- references of the selected signature ----
+
+ClsXml* ClsXmlDSig::getReference(int index, LogBase& log) {
+  LogContextExitor ctx(log, "getReference");
+  if (log.m_verboseLogging) {
+    log.LogDataLong("m_selector", m_selector);
+    log.LogDataLong("index", index);
+  }
+
+  ClsXml* sig = selectedSignature();
+  if (!sig) {
+    log.LogError("No object in dsig array at the current selector index.");
+    log.LogDataLong("selectorIndex", m_selector);
+    return nullptr;
+  }
+  RcPtr<ClsXml> signedInfo(sig->getChildWithTagUtf8("*:SignedInfo"));
+  if (!signedInfo) {
+    log.LogError("No SignedInfo child.");
+    return nullptr;
+  }
+  ClsXml* reference = index >= 0 ? signedInfo->getNthChildWithTagUtf8("*:Reference", index, log) : nullptr;
+  if (!reference) {
+    log.LogError("No Reference element at the requested index.");
+    log.LogDataLong("index", index);
+  }
+  return reference;
+}
+
+int ClsXmlDSig::numReferences(ClsXml* signature, LogBase& log) {
+  if (!signature) return 0;
+  RcPtr<ClsXml> signedInfo(signature->getChildWithTagUtf8("*:SignedInfo"));
+  if (!signedInfo) return 0;
+  return signedInfo->numChildrenHavingTagUtf8("*:Reference", log);
+}
