@@ -1,0 +1,20 @@
+// The character-level rules of canonical XML output: escaping of text and attribute
+// values, and line-end normalisation of the sections the scanner hands over raw
+// (comments, processing instructions, CDATA).
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace xml {
+
+// Text node: & < > and CR become &amp; &lt; &gt; &#xD;.
+void appendEscapedText(std::string& out, std::string_view text);
+// Attribute value: & < " TAB LF CR become &amp; &lt; &quot; &#x9; &#xA; &#xD;.
+void appendEscapedAttribute(std::string& out, std::string_view value);
+// Copies text with CRLF and lone CR turned into LF.
+void appendNormalizedLineEnds(std::string& out, std::string_view text);
+// appendNormalizedLineEnds followed by text escaping, without an intermediate copy.
+void appendEscapedTextNormalizingLineEnds(std::string& out, std::string_view text);
+
+}  // namespace xml

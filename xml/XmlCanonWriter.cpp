@@ -1,0 +1,401 @@
+#include "xml/XmlCanonWriter.h"
+
+#include <algorithm>
+
+#include "xml/XmlCanonEscape.h"
+
+namespace xml {
+
+namespace {
+
+constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
+
+bool isNamespaceDeclaration(std::string_view qname) {
+  return qname.size() >= 5 && qname.compare(0, 5, "xmlns") == 0 &&
+         (qname.size() == 5 || qname[5] == ':');
+}
+
+// "xmlns" declares the default namespace (""), "xmlns:p" the prefix p.
+std::string_view declaredPrefix(std::string_view qname) {
+  return qname.size() == 5 ? std::string_view() : qname.substr(6);
+}
+
+bool isIdentifyingName(std::string_view qname) {
+  const std::string_view local = localNameOf(qname);
+  return local == "Id" || local == "ID" || local == "id";
+}
+
+bool needsDecoding(std::string_view raw) {
+  return raw.find_first_of("&\t\n\r") != std::string_view::npos;
+}
+
+bool isXmlAttribute(std::string_view qname) { return prefixOf(qname) == "xml"; }
+
+}  // namespace
+
+XmlCanonWriter::XmlCanonWriter(std::string_view text, const CanonOptions& options, std::string& out)
+    : m_text(text), m_opt(options), m_out(out), m_scanner(text) {}
+
+bool XmlCanonWriter::failScanner() {
+  m_error = "XML parse error: " + m_scanner.errorMessage();
+  return false;
+}
+
+bool XmlCanonWriter::run() {
+  if (m_opt.selection == CanonSelection::WholeDocument) {
+    // The output is about the size of the input; reserving it once avoids the copies
+    // (and the doubled peak memory) of repeated growth.
+    m_out.reserve(m_out.size() + m_text.size() + m_text.size() / 16);
+  } else if (m_opt.selection == CanonSelection::AtOffset && m_opt.offset >= m_text.size()) {
+    m_error = "The start offset " + std::to_string(m_opt.offset) + " lies beyond the end of the XML (" +
+              std::to_string(m_text.size()) + " bytes).";
+    return false;
+  }
+
+  while (!m_done && m_scanner.next(m_tok)) {
+    switch (m_tok.type) {
+      case XmlTokenType::StartTag:
+        if (!onStartTag()) return false;
+        break;
+      case XmlTokenType::EndTag:
+        onEndTag(m_tok.depth, m_tok.name);
+        break;
+      case XmlTokenType::Text:
+      case XmlTokenType::CData:
+        if (m_apexDepth != 0 && !writeText(m_tok)) return false;
+        break;
+      case XmlTokenType::Comment:
+      case XmlTokenType::PI:
+        writeMisc(m_tok);
+        break;
+      case XmlTokenType::XmlDecl:
+      case XmlTokenType::Doctype:
+        break;
+    }
+  }
+  if (m_scanner.hasError()) return failScanner();
+  if (!m_error.empty()) return false;
+  return m_found;
+}
+
+bool XmlCanonWriter::onStartTag() {
+  m_inScope.pushScope();
+  if (!declareNamespaces()) return false;
+  if (m_tok.depth == 1) m_rootSeen = true;
+
+  const bool inside = m_apexDepth != 0;
+  bool isApex = false;
+  if (!inside) {
+    bool stop = false;
+    isApex = isSelected(stop);
+    if (stop) {
+      m_done = true;
+      return true;
+    }
+    if (isApex) {
+      m_apexDepth = m_tok.depth;
+      m_found = true;
+    } else if (!m_opt.exclusive && m_opt.selection != CanonSelection::WholeDocument) {
+      // Remember the xml:* attributes of possible ancestors of the element to come.
+      for (const XmlAttribute& a : m_tok.attributes) {
+        if (!isXmlAttribute(a.qname)) continue;
+        std::string value;
+        if (!m_scanner.decodeAttributeValue(a.rawValue, value)) return failScanner();
+        m_xmlAttrs.push_back(SavedXmlAttr{m_tok.depth, std::string(a.qname), std::move(value)});
+      }
+    }
+  }
+  if ((inside || isApex) && !writeStartTag(isApex)) return false;
+  if (m_tok.selfClosing) onEndTag(m_tok.depth, m_tok.name);
+  return true;
+}
+
+void XmlCanonWriter::onEndTag(size_t depth, std::string_view name) {
+  if (m_apexDepth != 0) {
+    m_out.append("</");
+    m_out.append(name.data(), name.size());
+    m_out.push_back('>');
+    m_rendered.popScope();
+    if (depth == m_apexDepth) {
+      m_apexDepth = 0;
+      // A single selected element is complete: the rest of the document is not needed.
+      if (m_opt.selection == CanonSelection::ById || m_opt.selection == CanonSelection::AtOffset ||
+          (m_opt.selection == CanonSelection::Authenticated && m_opt.onlyOneAuthenticated))
+        m_done = true;
+    }
+  }
+  while (!m_xmlAttrs.empty() && m_xmlAttrs.back().depth >= depth) m_xmlAttrs.pop_back();
+  if (m_skipDepth == depth) m_skipDepth = 0;
+  if (depth == 1) m_rootClosed = true;
+  m_inScope.popScope();
+}
+
+bool XmlCanonWriter::declareNamespaces() {
+  for (const XmlAttribute& a : m_tok.attributes) {
+    if (!isNamespaceDeclaration(a.qname)) continue;
+    if (!needsDecoding(a.rawValue)) {
+      m_inScope.declare(declaredPrefix(a.qname), a.rawValue);
+      continue;
+    }
+    m_textScratch.clear();
+    if (!m_scanner.decodeAttributeValue(a.rawValue, m_textScratch)) return failScanner();
+    m_inScope.declare(declaredPrefix(a.qname), m_textScratch);
+  }
+  return true;
+}
+
+// Decides whether the current start tag (outside the output) is the element to write.
+bool XmlCanonWriter::isSelected(bool& stopScanning) {
+  switch (m_opt.selection) {
+    case CanonSelection::WholeDocument:
+      return m_tok.depth == 1;
+    case CanonSelection::AtOffset:
+      if (m_tok.start > m_opt.offset) stopScanning = true;  // passed it: nothing starts there
+      return m_tok.start == m_opt.offset;
+    case CanonSelection::ById: {
+      const XmlDtd& dtd = m_scanner.dtd();
+      for (const XmlAttribute& a : m_tok.attributes) {
+        bool idType = false;
+        if (!dtd.empty()) idType = dtd.attributeType(m_tok.name, a.qname) == "ID";
+        if (!idType && !isIdentifyingName(a.qname)) continue;
+        if (!needsDecoding(a.rawValue) && !idType) {
+          if (a.rawValue == m_opt.id) return true;
+          continue;
+        }
+        std::string value;
+        if (!m_scanner.decodeAttributeValue(a.rawValue, value, idType)) {
+          m_error = "XML parse error: " + m_scanner.errorMessage();
+          stopScanning = true;
+          return false;
+        }
+        if (value == m_opt.id) return true;
+      }
+      return false;
+    }
+    case CanonSelection::Authenticated: {
+      if (m_skipDepth != 0) return false;  // nested in an authenticated element passed over
+      bool authenticated = false;
+      for (const XmlAttribute& a : m_tok.attributes) {
+        if (localNameOf(a.qname) != "authenticate" || isNamespaceDeclaration(a.qname)) continue;
+        std::string value;
+        if (!m_scanner.decodeAttributeValue(a.rawValue, value)) continue;
+        authenticated = value == "true";
+        break;
+      }
+      if (!authenticated) return false;
+      const int index = m_authenticatedSeen++;
+      if (!m_opt.onlyOneAuthenticated || index == m_opt.authenticatedIndex) return true;
+      if (index > m_opt.authenticatedIndex) {
+        stopScanning = true;
+        return false;
+      }
+      m_skipDepth = m_tok.depth;
+      return false;
+    }
+  }
+  return false;
+}
+
+bool XmlCanonWriter::writeStartTag(bool isApex) {
+  m_rendered.pushScope();
+  renderNamespaces(isApex);
+  if (!collectAttributes(isApex)) return false;
+
+  m_out.push_back('<');
+  m_out.append(m_tok.name.data(), m_tok.name.size());
+  for (const auto& ns : m_nsOut) {
+    if (ns.first.empty()) {
+      m_out.append(" xmlns=\"");
+    } else {
+      m_out.append(" xmlns:");
+      m_out.append(ns.first.data(), ns.first.size());
+      m_out.append("=\"");
+    }
+    appendEscapedAttribute(m_out, *ns.second);
+    m_out.push_back('"');
+  }
+  for (const OutAttr& a : m_attrs) {
+    m_out.push_back(' ');
+    m_out.append(a.qname.data(), a.qname.size());
+    m_out.append("=\"");
+    appendEscapedAttribute(m_out, a.value);
+    m_out.push_back('"');
+  }
+  m_out.push_back('>');
+  return true;
+}
+
+// Chooses the namespace declarations to write on the current element: a namespace is
+// written when its value differs from the one the nearest output ancestor rendered
+// (an absent default namespace counts as ""). Inclusive c14n considers every namespace
+// in scope on the apex and the element's own declarations below it; exclusive c14n
+// considers the prefixes the element visibly uses plus the InclusiveNamespaces list.
+void XmlCanonWriter::renderNamespaces(bool isApex) {
+  m_candidates.clear();
+  m_nsOut.clear();
+  if (!m_opt.exclusive) {
+    if (isApex) {
+      m_inScope.forEachInScope([this](std::string_view prefix, const std::string&) {
+        m_candidates.push_back(prefix);
+      });
+    } else {
+      for (const XmlAttribute& a : m_tok.attributes)
+        if (isNamespaceDeclaration(a.qname)) m_candidates.push_back(declaredPrefix(a.qname));
+    }
+  } else {
+    m_candidates.push_back(prefixOf(m_tok.name));
+    for (const XmlAttribute& a : m_tok.attributes) {
+      if (isNamespaceDeclaration(a.qname)) continue;
+      const std::string_view prefix = prefixOf(a.qname);
+      if (!prefix.empty()) m_candidates.push_back(prefix);  // unprefixed attributes use no namespace
+    }
+    for (const std::string& p : m_opt.inclusivePrefixes) m_candidates.push_back(p);
+  }
+  for (size_t i = 0; i < m_candidates.size(); ++i) {
+    const std::string_view prefix = m_candidates[i];
+    if (std::find(m_candidates.begin(), m_candidates.begin() + i, prefix) != m_candidates.begin() + i)
+      continue;
+    considerNamespace(prefix);
+  }
+  std::sort(m_nsOut.begin(), m_nsOut.end(),
+            [](const auto& a, const auto& b) { return a.first < b.first; });
+}
+
+void XmlCanonWriter::considerNamespace(std::string_view prefix) {
+  if (prefix == "xml") return;  // bound by definition, never declared
+  static const std::string kEmpty;
+  const std::string* value = m_inScope.lookup(prefix);
+  const std::string* rendered = m_rendered.lookup(prefix);
+  if (prefix.empty()) {
+    // The default namespace: absent and "" are the same, so xmlns="" is written only to
+    // undo a default namespace that an output ancestor rendered.
+    if (value == nullptr) value = &kEmpty;
+    if (*value == (rendered ? *rendered : kEmpty)) return;
+  } else {
+    if (value == nullptr) return;  // not bound here (a prefix listed but not in scope)
+    if (rendered != nullptr && *rendered == *value) return;
+  }
+  m_rendered.declare(prefix, *value);
+  m_nsOut.emplace_back(prefix, value);
+}
+
+bool XmlCanonWriter::attributeValue(const XmlAttribute& attr, std::string& scratch,
+                                    std::string_view& value) {
+  bool nonCdata = false;
+  const XmlDtd& dtd = m_scanner.dtd();
+  if (!dtd.empty()) {
+    const std::string_view type = dtd.attributeType(m_tok.name, attr.qname);
+    nonCdata = !type.empty() && type != "CDATA";
+  }
+  if (!nonCdata && !needsDecoding(attr.rawValue)) {
+    value = attr.rawValue;
+    return true;
+  }
+  scratch.clear();
+  if (!m_scanner.decodeAttributeValue(attr.rawValue, scratch, nonCdata)) return failScanner();
+  value = scratch;
+  return true;
+}
+
+// The attribute-sorting emulation. Canonicalizers in widespread signing software sort
+// attributes by their qualified name as written (prefix, colon and local name compared
+// as one byte string) instead of by namespace URI and then local name. The two orders
+// differ when prefixes do not sort like their URIs (p:b bound to "urn:z" against q:a
+// bound to "urn:a") and when a prefixed attribute's name sorts before an unprefixed one
+// ("a:x" before "b", where correctly every unprefixed attribute comes first). Namespace
+// declarations are not affected: those canonicalizers order them by prefix, as the
+// standard does, and always before the attributes.
+bool XmlCanonWriter::collectAttributes(bool isApex) {
+  m_attrs.clear();
+  if (m_valueScratch.size() < m_tok.attributes.size() + 1) m_valueScratch.resize(m_tok.attributes.size() + 1);
+  size_t scratchIndex = 0;
+  for (const XmlAttribute& a : m_tok.attributes) {
+    if (isNamespaceDeclaration(a.qname)) continue;
+    OutAttr out;
+    out.qname = a.qname;
+    out.local = localNameOf(a.qname);
+    const std::string_view prefix = prefixOf(a.qname);
+    if (prefix == "xml") {
+      out.uri = kXmlNamespace;
+    } else if (!prefix.empty()) {
+      const std::string* uri = m_inScope.lookup(prefix);
+      if (uri != nullptr) out.uri = *uri;
+    }
+    if (!attributeValue(a, m_valueScratch[scratchIndex++], out.value)) return false;
+    m_attrs.push_back(out);
+  }
+  // The apex of an inclusive subset takes the xml:* attributes of its ancestors
+  // (nearest first) that it does not carry itself.
+  if (isApex && !m_opt.exclusive) {
+    for (auto it = m_xmlAttrs.rbegin(); it != m_xmlAttrs.rend(); ++it) {
+      bool present = false;
+      for (size_t i = 0; i < m_attrs.size() && !present; ++i) present = m_attrs[i].qname == it->qname;
+      if (present) continue;
+      m_attrs.push_back(OutAttr{it->qname, kXmlNamespace, localNameOf(it->qname), it->value});
+    }
+  }
+  if (m_opt.attrSortBug) {
+    std::sort(m_attrs.begin(), m_attrs.end(),
+              [](const OutAttr& a, const OutAttr& b) { return a.qname < b.qname; });
+    return true;
+  }
+  std::sort(m_attrs.begin(), m_attrs.end(), [](const OutAttr& a, const OutAttr& b) {
+    const int c = a.uri.compare(b.uri);
+    return c != 0 ? c < 0 : a.local < b.local;
+  });
+  for (size_t i = 1; i < m_attrs.size(); ++i) {
+    if (m_attrs[i].uri == m_attrs[i - 1].uri && m_attrs[i].local == m_attrs[i - 1].local) {
+      size_t line = 0, column = 0;
+      m_scanner.lineAndColumn(m_tok.start, line, column);
+      m_error = "XML parse error: line " + std::to_string(line) + ", column " + std::to_string(column) +
+                ": attributes " + std::string(m_attrs[i - 1].qname) + " and " + std::string(m_attrs[i].qname) +
+                " have the same namespace and local name";
+      return false;
+    }
+  }
+  return true;
+}
+
+void XmlCanonWriter::writeMisc(const XmlToken& tok) {
+  const bool isComment = tok.type == XmlTokenType::Comment;
+  if (isComment && !m_opt.comments) return;
+  bool before = false, after = false;
+  if (m_apexDepth == 0) {
+    // Outside the output only the whole document keeps nodes, and only around the root.
+    if (m_opt.selection != CanonSelection::WholeDocument || tok.depth != 0) return;
+    before = !m_rootSeen;
+    after = m_rootClosed;
+  }
+  if (after) m_out.push_back('\n');
+  if (isComment) {
+    m_out.append("<!--");
+    appendNormalizedLineEnds(m_out, tok.content);
+    m_out.append("-->");
+  } else {
+    m_out.append("<?");
+    m_out.append(tok.name.data(), tok.name.size());
+    if (!tok.content.empty()) {
+      m_out.push_back(' ');
+      appendNormalizedLineEnds(m_out, tok.content);
+    }
+    m_out.append("?>");
+  }
+  if (before) m_out.push_back('\n');
+}
+
+bool XmlCanonWriter::writeText(const XmlToken& tok) {
+  if (tok.type == XmlTokenType::CData) {
+    appendEscapedTextNormalizingLineEnds(m_out, tok.content);
+    return true;
+  }
+  if (tok.content.find_first_of("&\r") == std::string_view::npos) {
+    appendEscapedText(m_out, tok.content);
+    return true;
+  }
+  m_textScratch.clear();
+  if (!m_scanner.decodeText(tok.content, m_textScratch)) return failScanner();
+  appendEscapedText(m_out, m_textScratch);
+  return true;
+}
+
+}  // namespace xml
