@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -32,9 +33,15 @@ struct XmlAttDecl {
 class XmlDtd {
  public:
   // Parses an internal subset; false with a message on a malformed declaration.
+  // Entity values are stored as replacement text: line ends normalised and character
+  // references expanded, entity references left for expansion at use.
   bool parseInternalSubset(std::string_view subset, std::string& error);
+  // Offset within the subset of the last parse error.
+  size_t errorOffset() const { return m_errorOffset; }
 
   const XmlEntity* findEntity(std::string_view name) const;
+  // Parameter entities are recorded but never expanded.
+  const XmlEntity* findParameterEntity(std::string_view name) const;
   // Declarations for the attributes of one element (empty when none).
   const std::vector<XmlAttDecl>* attributesOf(std::string_view element) const;
   // Declared type of an attribute, or "" when undeclared.
@@ -42,9 +49,28 @@ class XmlDtd {
   bool empty() const { return m_entities.empty() && m_attlists.empty(); }
 
  private:
+  friend class XmlSubsetParser;
   std::map<std::string, XmlEntity, std::less<>> m_entities;
+  std::map<std::string, XmlEntity, std::less<>> m_parameterEntities;
   std::map<std::string, std::vector<XmlAttDecl>, std::less<>> m_attlists;
+  size_t m_errorOffset = 0;
 };
+
+// Byte classes shared by the scanner and the DTD parser. Names are any run of ASCII
+// letters, digits, '-', '.', '_', ':' and non-ASCII bytes (UTF-8 names are common; the
+// Unicode name classes are not checked).
+inline bool isXmlSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+inline bool isXmlNameByte(char ch) {
+  const unsigned char c = static_cast<unsigned char>(ch);
+  return c >= 0x80 || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         c == '-' || c == '.' || c == '_' || c == ':';
+}
+
+// The body of a character reference (what stands between "&#" and ";", e.g. "x41" or
+// "65") as a code point; false when malformed or not an XML character.
+bool decodeCharRef(std::string_view body, uint32_t& codePoint);
+void appendUtf8(std::string& out, uint32_t codePoint);
+inline size_t utf8Length(uint32_t cp) { return cp < 0x80 ? 1 : cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4; }
 
 }  // namespace xml
 

@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "xml/XmlDtd.h"
@@ -87,6 +89,10 @@ class XmlScanner {
   void lineAndColumn(size_t offset, size_t& line, size_t& column) const;
   std::string_view text() const { return m_text; }
 
+  // Hands the parsed DTD to a longer-lived owner (the element tree). Views of defaulted
+  // attribute values stay valid: moving the DTD keeps its entries in place.
+  XmlDtd releaseDtd() { return std::move(m_dtd); }
+
  private:
   bool fail(size_t offset, const std::string& what);
   bool scanMarkup(XmlToken& tok);
@@ -96,6 +102,14 @@ class XmlScanner {
   bool scanDoctype(XmlToken& tok);
   bool checkReferences(std::string_view raw, size_t offset);
   bool expand(std::string_view raw, std::string& out, bool attribute, int level);
+  // With oneLocation every problem is reported at offset (references in a DTD default).
+  bool checkReferences(std::string_view raw, size_t offset, bool oneLocation);
+  bool scanPI(XmlToken& tok);
+  bool scanComment(XmlToken& tok);
+  bool scanCData(XmlToken& tok);
+  bool addDefaultAttributes(XmlToken& tok);
+  bool isAttributeSpecified(const XmlToken& tok, std::string_view qname) const;
+  bool checkEntity(std::string_view name, size_t offset, int level, size_t& expandedLength);
 
   std::string_view m_text;
   size_t m_pos = 0;
@@ -107,7 +121,20 @@ class XmlScanner {
   size_t m_errorOffset = 0;
   XmlDtd m_dtd;
   size_t m_expandedBytes = 0;
+  size_t m_bodyStart = 0;                // 3 after a UTF-8 byte-order mark, else 0
+  bool m_doctypeSeen = false;
+  // Expanded length of each entity referenced so far (memo for the expansion bound).
+  std::unordered_map<const XmlEntity*, size_t> m_entityLength;
+  // Attribute names of the current start tag once it has many (duplicate detection).
+  std::unordered_set<std::string_view> m_attributeNames;
 };
+
+// Reference expansion with a given DTD, for owners of parsed text that outlive the
+// scanner (the element tree). Same rules as XmlScanner::decodeText and
+// decodeAttributeValue; on failure *error (when given) says why, without a location.
+bool expandText(const XmlDtd& dtd, std::string_view raw, std::string& out, std::string* error);
+bool expandAttributeValue(const XmlDtd& dtd, std::string_view raw, std::string& out, bool nonCdata,
+                          std::string* error);
 
 // Helpers for names.
 inline std::string_view prefixOf(std::string_view qname) {

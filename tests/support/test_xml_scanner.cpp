@@ -1,0 +1,256 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "xml/XmlScanner.h"
+
+using xml::XmlScanner;
+using xml::XmlToken;
+using xml::XmlTokenType;
+
+namespace {
+
+struct ScanResult {
+  std::vector<XmlToken> tokens;
+  std::string error;
+};
+
+ScanResult scanAll(std::string_view text) {
+  ScanResult r;
+  XmlScanner scanner(text);
+  XmlToken tok;
+  while (scanner.next(tok)) r.tokens.push_back(tok);
+  r.error = scanner.errorMessage();
+  return r;
+}
+
+std::string scanError(std::string_view text) { return scanAll(text).error; }
+
+std::string span(std::string_view text, size_t start, size_t end) {
+  return std::string(text.substr(start, end - start));
+}
+
+}  // namespace
+
+TEST(XmlScanner, TokensCarryExactSpansNamesAndDepths) {
+  const std::string text =
+      "<?xml version=\"1.0\"?>\n"
+      "<!DOCTYPE r [ <!ENTITY e \"v\"> ]>\n"
+      "<!-- c -->\n"
+      "<r xmlns:ds='urn:x' a = \"1\">t&amp;<ds:k/><![CDATA[<x>]]><?pi  data?></r>\n"
+      "<!--end-->";
+  ScanResult r = scanAll(text);
+  ASSERT_EQ(r.error, "");
+  // The spans tile the whole text, so locators and the canonicalizer can cut by them.
+  size_t at = 0;
+  for (const XmlToken& t : r.tokens) {
+    EXPECT_EQ(t.start, at);
+    at = t.end;
+  }
+  EXPECT_EQ(at, text.size());
+
+  std::vector<XmlTokenType> types;
+  for (const XmlToken& t : r.tokens) types.push_back(t.type);
+  const std::vector<XmlTokenType> expected = {
+      XmlTokenType::XmlDecl, XmlTokenType::Text,  XmlTokenType::Doctype,  XmlTokenType::Text,
+      XmlTokenType::Comment, XmlTokenType::Text,  XmlTokenType::StartTag, XmlTokenType::Text,
+      XmlTokenType::StartTag, XmlTokenType::CData, XmlTokenType::PI,      XmlTokenType::EndTag,
+      XmlTokenType::Text,    XmlTokenType::Comment};
+  ASSERT_EQ(types, expected);
+
+  EXPECT_EQ(r.tokens[0].content, " version=\"1.0\"");
+  EXPECT_EQ(r.tokens[2].name, "r");
+  EXPECT_EQ(r.tokens[2].content, " <!ENTITY e \"v\"> ");
+  EXPECT_EQ(r.tokens[4].content, " c ");
+
+  const XmlToken& root = r.tokens[6];
+  EXPECT_EQ(root.name, "r");
+  EXPECT_EQ(root.depth, 1u);
+  ASSERT_EQ(root.attributes.size(), 2u);
+  EXPECT_EQ(root.attributes[0].qname, "xmlns:ds");
+  EXPECT_EQ(root.attributes[0].rawValue, "urn:x");
+  EXPECT_EQ(root.attributes[0].quote, '\'');
+  EXPECT_EQ(span(text, root.attributes[0].start, root.attributes[0].end), "xmlns:ds='urn:x'");
+  EXPECT_EQ(span(text, root.attributes[1].start, root.attributes[1].end), "a = \"1\"");
+
+  EXPECT_EQ(r.tokens[7].content, "t&amp;");  // raw, not expanded
+  EXPECT_EQ(r.tokens[7].depth, 1u);
+  EXPECT_EQ(r.tokens[8].name, "ds:k");
+  EXPECT_TRUE(r.tokens[8].selfClosing);
+  EXPECT_EQ(r.tokens[8].depth, 2u);
+  EXPECT_EQ(r.tokens[9].content, "<x>");
+  EXPECT_EQ(r.tokens[10].name, "pi");
+  EXPECT_EQ(r.tokens[10].content, "data");
+  EXPECT_EQ(r.tokens[11].name, "r");
+  EXPECT_EQ(r.tokens[11].depth, 1u);
+  EXPECT_EQ(r.tokens[13].depth, 0u);
+
+  // Lenient where real documents are: "]]>" in text, a UTF-8 BOM, UTF-8 names.
+  EXPECT_EQ(scanError("<a>x ]]> y</a>"), "");
+  EXPECT_EQ(scanError("\xEF\xBB\xBF<?xml version='1.0'?><a/>"), "");
+  EXPECT_EQ(scanError("<f\xC3\xBC:\xC3\xA9l\xC3\xA9ment \xC3\xA9=\"1\"/>"), "");
+}
+
+TEST(XmlScanner, MalformedDocumentsFailWithLocatedMessages) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"<r>\n<a>\n<c/>  </b>", "line 3, column 7: end tag </b> does not match start tag <a>"},
+      {"<a x='1' x='2'/>", "line 1, column 10: duplicate attribute 'x' in start tag <a>"},
+      {"<a x='1<'/>", "line 1, column 8: '<' is not allowed in the value of attribute 'x'"},
+      {"<a><!-- a -- b --></a>", "line 1, column 11: '--' is not allowed inside a comment"},
+      {"<a/><b/>", "line 1, column 5: only one document element is allowed; <b> follows it"},
+      {"<a/>x", "line 1, column 5: text after the document element"},
+      {"x<a/>", "line 1, column 1: text before the document element"},
+      {" <?xml version='1.0'?><a/>",
+       "line 1, column 2: the XML declaration is allowed only at the very start of the document"},
+      {"<a/><!DOCTYPE a>", "line 1, column 5: DOCTYPE must come before the document element"},
+      {"<a x=1/>", "line 1, column 6: the value of attribute 'x' must be quoted"},
+      {"<a x='1'y='2'/>", "line 1, column 9: white space expected before an attribute in start tag <a>"},
+      {"<a>\n<b>", "line 2, column 4: unexpected end of document: element <b> is not closed"},
+      {"<!-- only -->", "line 1, column 14: no document element"},
+      {"</a>", "line 1, column 1: end tag </a> has no matching start tag"},
+      {"<a>&nope;</a>", "line 1, column 4: undefined entity 'nope'"},
+      {"<a>&#0;</a>", "line 1, column 4: invalid character reference"},
+      {"<a>fish & chips</a>", "line 1, column 9: '&' must start a reference; write &amp; for a literal '&'"},
+      {"<!DOCTYPE a [<!ENTITY x SYSTEM \"file:///etc/passwd\">]><a>&x;</a>",
+       "line 1, column 58: External entity 'x' is not loaded"},
+      {"<!DOCTYPE a [<!ENTITY x \"<b/>\">]><a>&x;</a>",
+       "line 1, column 37: Entity 'x' contains markup, which is not supported"},
+      {"<!DOCTYPE a [<!ENTITY x \"&#60;b/>\">]><a t='&x;'/>",
+       "line 1, column 44: Entity 'x' contains markup, which is not supported"},
+      {"<!DOCTYPE a [<!ENTITY x \"&y;\"><!ENTITY y \"&x;\">]><a>&x;</a>",
+       "line 1, column 53: entity 'x' refers to itself"},
+      {"<!DOCTYPE a [<!BOGUS>]><a/>", "line 1, column 14: unexpected text in the DTD internal subset"},
+      {"<a><![CDATA[x</a>", "line 1, column 4: unterminated CDATA section"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(scanError(c.first), c.second) << c.first;
+}
+
+TEST(XmlScanner, ExpandsReferencesAndNormalisesText) {
+  const std::string text =
+      "<!DOCTYPE d [\n"
+      "  <!ENTITY inner \"in&#x41;\">\n"
+      "  <!ENTITY outer 'o[&inner;]&amp;'>\n"
+      "  <!ENTITY ws \"a&#10;b\">\n"
+      "]>\n"
+      "<d a=\" x\t&#10;y&#13;&ws;\" n=\"  p   q &#32; \">&outer;&lt;&#233;\r\nz\rw</d>";
+  XmlScanner scanner(text);
+  XmlToken tok;
+  std::vector<XmlToken> tokens;
+  while (scanner.next(tok)) tokens.push_back(tok);
+  ASSERT_FALSE(scanner.hasError()) << scanner.errorMessage();
+  const XmlToken& d = tokens[2];
+  ASSERT_EQ(d.type, XmlTokenType::StartTag);
+  const XmlToken& body = tokens[3];
+
+  std::string out;
+  ASSERT_TRUE(scanner.decodeText(body.content, out));
+  EXPECT_EQ(out, "o[inA]&<\xC3\xA9\nz\nw");
+
+  // Literal TAB/LF become spaces, character references keep their character, white
+  // space inside entity text becomes a space.
+  out.clear();
+  ASSERT_TRUE(scanner.decodeAttributeValue(d.attributes[0].rawValue, out));
+  EXPECT_EQ(out, " x \ny\ra b");
+  out.clear();
+  ASSERT_TRUE(scanner.decodeAttributeValue(d.attributes[1].rawValue, out, true));
+  EXPECT_EQ(out, "p q");
+
+  // Decoding text the scan did not validate still refuses unknown entities.
+  out = "keep";
+  EXPECT_FALSE(scanner.decodeText("&unknown;", out));
+  EXPECT_EQ(out, "keep");
+  EXPECT_EQ(scanner.errorMessage(), "undefined entity 'unknown'");
+}
+
+TEST(XmlScanner, DtdDeclarationsAndDefaultAttributes) {
+  const std::string text =
+      "<!DOCTYPE doc [\n"
+      "  <!ELEMENT doc (e)*>\n"
+      "  <!-- a comment with ] and > and 'quote -->\n"
+      "  <?pi with ] ?>\n"
+      "  <!NOTATION n SYSTEM \"x>y]\">\n"
+      "  <!ENTITY % pe \"ignored]>\">\n"
+      "  %pe;\n"
+      "  <!ATTLIST e a1 CDATA \"d]>1\" a2 (x|y) 'x'\n"
+      "              a3 ID #IMPLIED a4 NMTOKENS #FIXED \" t  u \" a5 CDATA #REQUIRED>\n"
+      "  <!ATTLIST e a1 CDATA \"ignored: first declaration binds\">\n"
+      "]>\n"
+      "<doc><e a2=\"y\"/><e a1=\"own\"></e></doc>";
+  XmlScanner scanner(text);
+  XmlToken tok;
+  std::vector<XmlToken> starts;
+  while (scanner.next(tok))
+    if (tok.type == XmlTokenType::StartTag) starts.push_back(tok);
+  ASSERT_FALSE(scanner.hasError()) << scanner.errorMessage();
+  ASSERT_EQ(starts.size(), 3u);
+  EXPECT_NE(scanner.dtd().findParameterEntity("pe"), nullptr);
+  EXPECT_EQ(scanner.dtd().findEntity("pe"), nullptr);
+  EXPECT_EQ(scanner.dtd().attributeType("e", "a2"), "(x|y)");
+  EXPECT_EQ(scanner.dtd().attributeType("e", "a4"), "NMTOKENS");
+  EXPECT_EQ(scanner.dtd().attributeType("e", "zz"), "");
+
+  // Specified attributes first, then the declared defaults the tag leaves out.
+  const XmlToken& e1 = starts[1];
+  ASSERT_EQ(e1.attributes.size(), 3u);
+  EXPECT_FALSE(e1.attributes[0].defaulted);
+  EXPECT_EQ(e1.attributes[1].qname, "a1");
+  EXPECT_EQ(e1.attributes[1].rawValue, "d]>1");
+  EXPECT_TRUE(e1.attributes[1].defaulted);
+  EXPECT_EQ(e1.attributes[2].qname, "a4");
+  std::string out;
+  ASSERT_TRUE(scanner.decodeAttributeValue(e1.attributes[2].rawValue, out, true));
+  EXPECT_EQ(out, "t u");
+
+  const XmlToken& e2 = starts[2];
+  ASSERT_EQ(e2.attributes.size(), 3u);
+  EXPECT_EQ(e2.attributes[0].rawValue, "own");
+  EXPECT_EQ(e2.attributes[1].qname, "a2");
+  EXPECT_EQ(e2.attributes[1].rawValue, "x");
+}
+
+TEST(XmlScanner, HostileDocumentsEndQuicklyAtTheirLimit) {
+  std::string laughs = "<!DOCTYPE lolz [<!ENTITY lol \"lol\">";
+  for (int i = 1; i <= 9; ++i) {
+    laughs += "<!ENTITY lol" + std::to_string(i) + " \"";
+    for (int k = 0; k < 10; ++k) laughs += "&lol" + (i == 1 ? std::string() : std::to_string(i - 1)) + ";";
+    laughs += "\">";
+  }
+  laughs += "]><lolz>&lol9;</lolz>";
+  EXPECT_NE(scanError(laughs).find("entity expansion exceeds the limit of 33554432 bytes (kMaxEntityExpansionBytes)"),
+            std::string::npos);
+
+  // Many modest references add up to the same bound.
+  std::string quadratic = "<!DOCTYPE q [<!ENTITY big \"" + std::string(100000, 'x') + "\">]><q>";
+  for (int i = 0; i < 400; ++i) quadratic += "&big;";
+  quadratic += "</q>";
+  EXPECT_NE(scanError(quadratic).find("(kMaxEntityExpansionBytes)"), std::string::npos);
+
+  std::string nested = "<!DOCTYPE n [<!ENTITY e0 \"x\">";
+  for (int i = 1; i <= 20; ++i)
+    nested += "<!ENTITY e" + std::to_string(i) + " \"&e" + std::to_string(i - 1) + ";\">";
+  nested += "]><n>&e20;</n>";
+  EXPECT_NE(scanError(nested).find("entities nested deeper than the limit of 16 (kMaxEntityNesting)"),
+            std::string::npos);
+
+  std::string deep;
+  deep.reserve(3000000);
+  for (int i = 0; i < 1000000; ++i) deep += "<a>";
+  EXPECT_EQ(scanError(deep), "line 1, column 15001: elements nested deeper than the limit of 5000 (kMaxElementDepth)");
+
+  auto manyAttributes = [](int n, bool duplicateLast) {
+    std::string s = "<a";
+    for (int i = 0; i < n; ++i) s += " a" + std::to_string(i) + "=\"\"";
+    if (duplicateLast) s += " a7=\"\"";
+    return s + "/>";
+  };
+  EXPECT_NE(scanError(manyAttributes(100000, false))
+                .find("more attributes than the limit of 50000 (kMaxAttributesPerElement) in start tag <a>"),
+            std::string::npos);
+  EXPECT_EQ(scanError(manyAttributes(xml::kMaxAttributesPerElement, false)), "");
+  EXPECT_NE(scanError(manyAttributes(40000, true)).find("duplicate attribute 'a7' in start tag <a>"),
+            std::string::npos);
+
+  const std::string longName = "<" + std::string(xml::kMaxNameLength + 1, 'n') + "/>";
+  EXPECT_EQ(scanError(longName), "line 1, column 2: element name longer than the limit of 50000 bytes (kMaxNameLength)");
+}
