@@ -94,8 +94,11 @@ class _btLogger : public LogBase {
 
  private:
   LogEntry& current();
+  void addEntry(LogEntry::Kind kind, std::string_view key, std::string_view text, LogValueType type,
+                int tag);
   LogEntry m_root;
   std::vector<size_t> m_path;  // indexes from the root to the open context
+  int m_lostContexts = 0;      // contexts that could not be recorded (out of memory) still open
 };
 
 // A log that discards everything.

@@ -32,6 +32,7 @@ class StringBuffer {
   std::string_view view() const { return m_s; }
   const std::string& str() const { return m_s; }
   // Pointer to the byte at index i, or null when i is past the end (valid until the next change).
+  // The index equal to the size gives the terminating NUL.
   const char* pCharAt(size_t i) const;
   char charAt(size_t i) const { return i < m_s.size() ? m_s[i] : '\0'; }
   std::string_view substr(size_t pos, size_t len = npos) const;
@@ -72,28 +73,37 @@ class StringBuffer {
   // Byte index of the first occurrence at or after `from`, or npos.
   size_t find(std::string_view needle, size_t from = 0) const;
   size_t findChar(char c, size_t from = 0) const;
+  // Byte index of the last occurrence starting strictly before `before` (npos: anywhere), or npos.
   size_t rfind(std::string_view needle, size_t before = npos) const;
 
   // --- edits ---
   // Replaces every non-overlapping occurrence left to right; replacements are never rescanned.
   // Returns the number of replacements.
   int replaceAllOccurances(const char* from, const char* to);
+  // Replaces the first occurrence (found ignoring ASCII case when flag is true); true if found.
   bool replaceFirstOccurance(const char* from, const char* to, bool flag);
   void replaceCharUtf8(char from, char to);
   // Replaces every byte found in the first five bytes of `set` with c.
   void replaceChar5(const char* set, char c);
   void removeCharOccurances(char c);
   void removeChunk(size_t start, size_t length);
+  // False (no change) when index is beyond the end.
   bool insertAt(const StringBuffer& sb, size_t index);
   bool insertAt(std::string_view text, size_t index);
   void shorten(size_t n);
   void trim2();              // strips leading and trailing space, TAB, CR, LF
-  void trimInsideSpaces();   // collapses each inner run of white space to one space
+  void trimInsideSpaces();   // collapses each inner run of white space to one space (ends untouched)
   void toLowerCase();
   void toLF();
   void toCRLF();
 
   // --- delimited spans ---
+  // getDelimited: the first `begin` and the first `end` after it; out is replaced with the text
+  // between (markers included when includeMarkers); false and out unchanged if either is missing.
+  // removeDelimited / removeDelimitedIfContains: delete the span from a `begin` to the following
+  // `end` (markers included when includeMarkers); the IfContains form skips spans whose inner text
+  // lacks `required`. The last flag true removes only the first such span, false every one.
+  // True when something was removed.
   bool getDelimited(const char* begin, const char* end, bool includeMarkers, StringBuffer& out) const;
   bool removeDelimited(const char* begin, const char* end, bool includeMarkers, bool flag);
   bool removeDelimitedIfContains(const char* begin, const char* end, const char* required,
@@ -110,7 +120,7 @@ class StringBuffer {
   bool tokenize(ExtPtrArraySb& out, const char* delims) const;
   // Whole-contents wildcard match where '*' matches any run of bytes.
   bool matches(const char* pattern, bool caseSensitive) const;
-  bool isHexidecimal() const;
+  bool isHexidecimal() const;  // every byte 0-9a-fA-F; false when empty (no number to read)
 
   // Direct access for code that builds text in bulk.
   std::string& raw() { return m_s; }
