@@ -1,12 +1,19 @@
-// DataBuffer, base64/hex coding and the conversion of XML bytes to UTF-8.
+// DataBuffer, base64/hex coding, the conversion of XML bytes to UTF-8, files, and the
+// public byte/text value objects.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "TestSupport.h"
+#include "support/ClsBinData.h"
+#include "support/ClsStringArray.h"
+#include "support/ClsStringBuilder.h"
 #include "support/ContentCoding.h"
 #include "support/DataBuffer.h"
+#include "support/FileSys.h"
 #include "support/LogBase.h"
+#include "support/Psdk.h"
 #include "support/StringBuffer.h"
 
 namespace {
@@ -159,4 +166,107 @@ TEST(XmlToUtf8, CorpusWindows1252Document) {
   EXPECT_NE(utf8.find("Corporaci\xC3\xB3n Educacional"), std::string::npos);
   EXPECT_NE(utf8.find("Larra\xC3\xADn Mu\xC3\xB1oz"), std::string::npos);
   EXPECT_EQ(utf8.size(), raw.size() + 4);  // four accented letters, one extra byte each
+}
+
+// ---------------------------------------------------------------- files and public value objects
+
+
+TEST(Files, PathsExistenceAndStreaming) {
+  StringBuffer p;
+  _btFilePath::CombineDirAndFilepath("/data/refs/", "doc.xml", p);
+  EXPECT_EQ(p.str(), "/data/refs/doc.xml");
+  _btFilePath::CombineDirAndFilepath("refs", "/doc.xml", p);
+  EXPECT_EQ(p.str(), "refs/doc.xml");
+  _btFilePath::CombineDirAndFilepath("/", "doc.xml", p);
+  EXPECT_EQ(p.str(), "/doc.xml");
+  _btFilePath::CombineDirAndFilepath("", "doc.xml", p);
+  EXPECT_EQ(p.str(), "doc.xml");
+
+  const std::string dir = testsupport::makeTempDir("filesys");
+  std::string content;
+  for (int i = 0; i < 70000; ++i) content += static_cast<char>(i * 7 + i / 256);
+  const std::string file = dir + "/data.bin";
+  ASSERT_TRUE(testsupport::writeFile(file, content));
+
+  bool failed = true;
+  EXPECT_TRUE(FileSys::fileExistsX(file.c_str(), failed, nullptr));
+  EXPECT_FALSE(failed);
+  EXPECT_FALSE(FileSys::fileExistsX(dir.c_str(), failed, nullptr));  // a directory is not a file
+  EXPECT_FALSE(FileSys::fileExistsX((dir + "/missing").c_str(), failed, nullptr));
+  EXPECT_FALSE(failed);
+
+  _btLogger log;
+  _btFileDataSource src;
+  ASSERT_TRUE(src.openDataSourceFile(file.c_str(), log));
+  std::string streamed;
+  char buf[4096];
+  size_t got = 0;
+  while (src.readChunk(buf, sizeof buf, got) && got > 0) streamed.append(buf, got);
+  EXPECT_TRUE(src.endOfFile());
+  EXPECT_FALSE(src.readError());
+  EXPECT_EQ(streamed, content);
+
+  EXPECT_FALSE(src.openDataSourceFile((dir + "/missing").c_str(), log));
+  EXPECT_EQ(log.lastErrorLine(), "Failed to open file.");
+  EXPECT_FALSE(src.readChunk(buf, sizeof buf, got));
+  EXPECT_FALSE(src.openDataSourceFile(dir.c_str(), log));
+
+  DataBuffer whole;
+  ASSERT_TRUE(FileSys::readFileToDb(file.c_str(), whole, nullptr));
+  EXPECT_EQ(std::string(whole.view()), content);
+  std::filesystem::remove_all(dir);
+}
+
+TEST(Files, PublicValueObjects) {
+  const std::string dir = testsupport::makeTempDir("clsvalues");
+  const std::string latin = dir + "/latin.txt";
+  ASSERT_TRUE(testsupport::writeFile(latin, "Mu\xF1oz"));
+
+  RcPtr<ClsStringBuilder> sb(ClsStringBuilder::createNewCls());
+  ASSERT_TRUE(sb);
+  ASSERT_TRUE(sb->LoadFile(latin.c_str(), "iso-8859-1"));
+  EXPECT_STREQ(sb->getUtf8(), "Mu\xC3\xB1oz");
+  _btLogger log;
+  EXPECT_FALSE(sb->LoadFile(latin.c_str(), "utf-8", &log));  // 0xF1 'o' is not UTF-8
+  EXPECT_STREQ(sb->getUtf8(), "Mu\xC3\xB1oz");            // unchanged on failure
+  EXPECT_EQ(log.lastErrorLine(), "The file is not valid in the charset.");
+
+  const std::string wide = dir + "/wide.txt";
+  ASSERT_TRUE(sb->Append(" \xE2\x82\xAC"));
+  ASSERT_TRUE(sb->WriteFile(wide.c_str(), "utf-16le"));
+  EXPECT_EQ(testsupport::readFile(wide), std::string("M\0u\0\xF1\0o\0z\0 \0\xAC\x20", 14));
+  EXPECT_FALSE(sb->WriteFile(wide.c_str(), "iso-8859-1"));  // no euro sign there
+  RcPtr<ClsStringBuilder> back(ClsStringBuilder::createNewCls());
+  ASSERT_TRUE(back->LoadFile(wide.c_str(), "utf-16"));
+  EXPECT_STREQ(back->getUtf8(), sb->getUtf8());
+
+  RcPtr<ClsBinData> bd(ClsBinData::createNewCls());
+  ASSERT_TRUE(bd->LoadFile(latin.c_str()));
+  XString enc;
+  ASSERT_TRUE(bd->GetEncoded("hex_lower", enc));
+  EXPECT_STREQ(enc.getUtf8(), "4d75f16f7a");
+  ASSERT_TRUE(bd->AppendEncoded("AAE=", "base64"));
+  EXPECT_EQ(bd->getSize(), 7u);
+  EXPECT_FALSE(bd->LoadFile((dir + "/missing").c_str()));
+  EXPECT_EQ(bd->getSize(), 7u);
+
+  RcPtr<ClsStringArray> arr(ClsStringArray::createNewCls());
+  ASSERT_TRUE(arr->appendUtf8("MIIB"));
+  ASSERT_TRUE(arr->appendUtf8(nullptr));
+  EXPECT_EQ(arr->get_Count(), 2);
+  EXPECT_STREQ(arr->getStringUtf8(0), "MIIB");
+  EXPECT_STREQ(arr->getStringUtf8(1), "");
+  EXPECT_EQ(arr->getStringUtf8(2), nullptr);
+  EXPECT_EQ(arr->getStringUtf8(-1), nullptr);
+  std::filesystem::remove_all(dir);
+}
+
+TEST(Platform, TickCountAndRangeFolding) {
+  const uint32_t t0 = Psdk::getTickCount();
+  EXPECT_LT(Psdk::getTickCount() - t0, 60000u);  // wrap-safe difference, not a wild value
+  EXPECT_EQ(Psdk::toIntRange(0, 1000, 9998), 1000);
+  EXPECT_EQ(Psdk::toIntRange(8998, 1000, 9998), 9998);
+  EXPECT_EQ(Psdk::toIntRange(8999, 1000, 9998), 1000);
+  EXPECT_EQ(Psdk::toIntRange(0xFFFFFFFFu, -5, 5), -2);  // 4294967295 mod 11 is 3
+  EXPECT_EQ(Psdk::toIntRange(123, 7, 7), 7);
 }
