@@ -90,6 +90,11 @@ class ClsXml : public RefCountedObject {
 
  private:
   ClsXml(std::shared_ptr<xml::XmlTree> tree, xml::XmlNode* node);
+  // A new handle on node of tree (one reference); null when out of memory.
+  static ClsXml* createNewCls(const std::shared_ptr<xml::XmlTree>& tree, xml::XmlNode* node);
+  xml::XmlNode* resolvePath(std::string_view path) const;
+  xml::XmlNode* searchFrom(const ClsXml* after, std::string_view tag, const char* attr,
+                           const char* valuePattern) const;
   std::shared_ptr<xml::XmlTree> m_tree;
   xml::XmlNode* m_node = nullptr;
   int m_i = 0;

@@ -1,0 +1,307 @@
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "support/ClsXml.h"
+#include "support/LogBase.h"
+#include "support/XString.h"
+#include "xml/XmlScanner.h"
+
+namespace {
+
+// Parses text into a fresh tree; the returned guard owns the root handle.
+RcPtr<ClsXml> load(const std::string& text, LogBase& log) {
+  RcPtr<ClsXml> root(ClsXml::createNewCls());
+  if (!root || !root->loadXml(StringBuffer(text), false, log)) return RcPtr<ClsXml>();
+  return root;
+}
+
+RcPtr<ClsXml> load(const std::string& text) {
+  LogNull log;
+  return load(text, log);
+}
+
+std::string contentOf(ClsXml* node, const char* path) {
+  StringBuffer sb;
+  if (!node->getChildContentUtf8(path, sb, false)) return "<none>";
+  return sb.str();
+}
+
+std::string tagOf(ClsXml* node) { return node ? std::string(node->tagView()) : "<null>"; }
+
+const char* kKeyInfoDoc =
+    "<Signature xmlns=\"http://www.w3.org/2000/09/xmldsig#\" xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\">"
+    "<SignedInfo Id=\"a\"/>"
+    "<ds:KeyInfo>"
+    "<X509Data><X509Certificate>c0</X509Certificate><X509SubjectName>CN=x</X509SubjectName></X509Data>"
+    "<ds:X509Data><ds:X509SKI>sk1</ds:X509SKI><X509Certificate>c1</X509Certificate>"
+    "<ds:X509Certificate>c2</ds:X509Certificate><X509Certificate>c3</X509Certificate></ds:X509Data>"
+    "<X509Data><X509SKI></X509SKI></X509Data>"
+    "</ds:KeyInfo></Signature>";
+
+}  // namespace
+
+TEST(ClsXml, TagPathsIndexedStepsAndCounts) {
+  RcPtr<ClsXml> sig = load(kKeyInfoDoc);
+  ASSERT_TRUE(sig);
+  RcPtr<ClsXml> signedInfo(sig->getChildWithTagUtf8("*:SignedInfo"));
+  EXPECT_EQ(tagOf(signedInfo.get()), "SignedInfo");
+  RcPtr<ClsXml> keyInfo(sig->findChild("*:KeyInfo"));
+  ASSERT_TRUE(keyInfo);
+  EXPECT_EQ(tagOf(keyInfo.get()), "ds:KeyInfo");
+  // A plain tag is the exact qualified name.
+  EXPECT_FALSE(RcPtr<ClsXml>(sig->getChildWithTagUtf8("KeyInfo")));
+  EXPECT_TRUE(RcPtr<ClsXml>(sig->getChildWithTagUtf8("ds:KeyInfo")));
+
+  // Each step takes the first match, so only the first X509Data is looked into.
+  EXPECT_EQ(contentOf(keyInfo.get(), "*:X509Data|*:X509SubjectName"), "CN=x");
+  EXPECT_EQ(contentOf(keyInfo.get(), "*:X509Data|*:X509SKI"), "<none>");
+  EXPECT_EQ(contentOf(sig.get(), "*:KeyInfo|*:X509Data|*:X509Certificate"), "c0");
+
+  LogNull log;
+  RcPtr<ClsXml> data(keyInfo->getNthChildWithTagUtf8("*:X509Data", 1, log));
+  ASSERT_TRUE(data);
+  EXPECT_EQ(data->numChildrenHavingTagUtf8("*:X509Certificate", log), 3);
+  EXPECT_EQ(data->numChildrenHavingTagUtf8("X509Certificate", log), 2);
+  data->put_I(2);
+  EXPECT_EQ(contentOf(data.get(), "*:X509Certificate[i]"), "c3");
+  data->put_I(0);
+  EXPECT_EQ(contentOf(data.get(), "*:X509Certificate[i]"), "c1");
+  data->put_I(3);
+  EXPECT_EQ(contentOf(data.get(), "*:X509Certificate[i]"), "<none>");
+  data->put_I(-1);
+  EXPECT_EQ(contentOf(data.get(), "*:X509Certificate[i]"), "<none>");
+
+  // An element that exists with no content: true, nothing appended.
+  RcPtr<ClsXml> third(keyInfo->getNthChildWithTagUtf8("*:X509Data", 2, log));
+  StringBuffer sb;
+  EXPECT_TRUE(third->getChildContentUtf8("*:X509SKI", sb, false));
+  EXPECT_TRUE(sb.isEmpty());
+  EXPECT_FALSE(RcPtr<ClsXml>(keyInfo->getNthChildWithTagUtf8("*:X509Data", 3, log)));
+
+  EXPECT_EQ(keyInfo->get_NumChildren(), 3);
+  RcPtr<ClsXml> second(keyInfo->GetChild(1));
+  EXPECT_EQ(tagOf(second.get()), "ds:X509Data");
+  EXPECT_FALSE(RcPtr<ClsXml>(keyInfo->GetChild(3)));
+  EXPECT_TRUE(second->getChild2(0));
+  EXPECT_EQ(tagOf(second.get()), "ds:X509SKI");
+  EXPECT_FALSE(second->getChild2(0));
+  StringBuffer ns;
+  EXPECT_TRUE(second->getTagNamespace(ns));
+  EXPECT_EQ(ns.str(), "ds");
+  EXPECT_TRUE(signedInfo->getTagNamespace(ns));
+  EXPECT_EQ(ns.str(), "");
+  EXPECT_TRUE(sig->getChildAttrValue("*:SignedInfo", "Id", sb));
+  EXPECT_EQ(sb.str(), "a");
+  EXPECT_FALSE(sig->getChildAttrValue("*:SignedInfo", "id", sb));
+}
+
+TEST(ClsXml, ContentAttributesAndSourceText) {
+  const std::string doc =
+      "<?xml version=\"1.0\"?>\r\n"
+      "<!DOCTYPE r [<!ENTITY co \"ACME &amp; Co\"><!ATTLIST v kind NMTOKEN \"plain\">]>\r\n"
+      "<r xmlns:w=\"urn:w\">\r\n"
+      "  <w:v a=\"1&#10;2\tx\" b='&co;' >MIIB&#13;\r\nQUFB<![CDATA[<&>]]>&lt;<i>skipped</i>tail</w:v>\r\n"
+      "  <v kind=\"  t  \"/>\r\n"
+      "</r>";
+  LogNull log;
+  RcPtr<ClsXml> root = load(doc, log);
+  ASSERT_TRUE(root);
+  RcPtr<ClsXml> v(root->getChildWithTagUtf8("*:v"));
+  ASSERT_TRUE(v);
+
+  // Direct text and CDATA only, references expanded, CRLF normalised.
+  StringBuffer content;
+  EXPECT_TRUE(v->getContentSb(content));
+  EXPECT_EQ(content.str(), "MIIB\r\nQUFB<&><tail");
+  XString x;
+  v->get_Content(x);
+  EXPECT_EQ(std::string(x.getUtf8()), content.str());
+
+  StringBuffer value;
+  EXPECT_TRUE(v->getAttrValue("a", value));
+  EXPECT_EQ(value.str(), "1\n2 x");
+  EXPECT_TRUE(v->getAttrValue("b", value));
+  EXPECT_EQ(value.str(), "ACME & Co");
+  EXPECT_FALSE(v->getAttrValue("c", value));
+  EXPECT_TRUE(v->HasAttribute("a"));
+  EXPECT_FALSE(v->HasAttribute("w:a"));
+  EXPECT_EQ(v->get_NumAttributes(), 2);
+  EXPECT_TRUE(v->getAttributeName(1, value));
+  EXPECT_EQ(value.str(), "b");
+
+  // The element's own text exactly as written, prefixes, references and all.
+  StringBuffer xmlText("prefix:");
+  EXPECT_TRUE(v->getXml(false, xmlText, log));
+  EXPECT_EQ(xmlText.str(),
+            "prefix:<w:v a=\"1&#10;2\tx\" b='&co;' >MIIB&#13;\r\nQUFB<![CDATA[<&>]]>&lt;<i>skipped</i>tail</w:v>");
+  EXPECT_EQ(doc.substr(v->sourceStart(), v->sourceEnd() - v->sourceStart()), xmlText.str().substr(7));
+
+  // A DTD default is an attribute of the element; a declared token type collapses spaces.
+  RcPtr<ClsXml> plainV(root->getNthChildWithTagUtf8("v", 0, log));
+  EXPECT_TRUE(plainV->getAttrValue("kind", value));
+  EXPECT_EQ(value.str(), "t");
+  RcPtr<ClsXml> parent(plainV->getParent());
+  EXPECT_EQ(tagOf(parent.get()), "r");
+}
+
+TEST(ClsXml, SearchesWalkTheSubtreeInDocumentOrder) {
+  const std::string doc =
+      "<e:Envelope xmlns:e=\"urn:e\" xmlns:wsse=\"urn:s\" xmlns:wsu=\"urn:u\"><e:Header><wsse:Security>"
+      "<wsse:BinarySecurityToken wsu:Id=\"t1\" ValueType=\"urn:x#X509PKIPathv1\">a</wsse:BinarySecurityToken>"
+      "<wsse:BinarySecurityToken wsu:Id=\"t2\" ValueType=\"urn:x#X509v3\">b</wsse:BinarySecurityToken>"
+      "<BinarySecurityToken wsse:ValueType=\"#X509v3\" Id=\"t3\">c</BinarySecurityToken>"
+      "</wsse:Security></e:Header><e:Body><Id/></e:Body></e:Envelope>";
+  RcPtr<ClsXml> root = load(doc);
+  ASSERT_TRUE(root);
+  RcPtr<ClsXml> token(root->searchForAttribute(nullptr, "*:BinarySecurityToken", "*:ValueType", false, "*#X509v3"));
+  ASSERT_TRUE(token);
+  StringBuffer id;
+  token->getAttrValue("wsu:Id", id);
+  EXPECT_EQ(id.str(), "t2");
+  RcPtr<ClsXml> next(root->searchForAttribute(token.get(), "*:BinarySecurityToken", "*:ValueType", false, "*#X509v3"));
+  ASSERT_TRUE(next);
+  next->getAttrValue("Id", id);
+  EXPECT_EQ(id.str(), "t3");
+  EXPECT_FALSE(RcPtr<ClsXml>(root->searchForAttribute(next.get(), "*:BinarySecurityToken", "*:ValueType", false, "*")));
+  RcPtr<ClsXml> byId(root->searchForAttribute(nullptr, "*", "*:Id", false, "t1"));
+  EXPECT_EQ(tagOf(byId.get()), "wsse:BinarySecurityToken");
+  EXPECT_FALSE(RcPtr<ClsXml>(root->searchForAttribute(nullptr, "*:BinarySecurityToken", "*:ValueType", false, "X509v3")));
+
+  RcPtr<ClsXml> first(root->searchForTag(nullptr, "*:BinarySecurityToken"));
+  first->getAttrValue("wsu:Id", id);
+  EXPECT_EQ(id.str(), "t1");
+  // Confined to the subtree it is called on.
+  RcPtr<ClsXml> body(root->getChildWithTagUtf8("*:Body"));
+  EXPECT_FALSE(RcPtr<ClsXml>(body->searchForTag(nullptr, "*:BinarySecurityToken")));
+  EXPECT_EQ(tagOf(RcPtr<ClsXml>(body->searchForTag(nullptr, "Id")).get()), "Id");
+}
+
+TEST(ClsXml, HandlesKeepTheirTreeAcrossReloadsAndFailedLoadsExplain) {
+  _btLogger log;
+  RcPtr<ClsXml> root = load(kKeyInfoDoc, log);
+  ASSERT_TRUE(root);
+  RcPtr<ClsXml> keyInfo(root->getChildWithTagUtf8("*:KeyInfo"));
+  ASSERT_TRUE(root->loadXml(StringBuffer("<other><x>1</x></other>"), true, log));
+  EXPECT_EQ(tagOf(root.get()), "other");
+  EXPECT_EQ(contentOf(root.get(), "x"), "1");
+  // Releasing the root first leaves the old tree alive for the KeyInfo handle.
+  root.reset();
+  EXPECT_EQ(contentOf(keyInfo.get(), "*:X509Data|*:X509Certificate"), "c0");
+  EXPECT_EQ(keyInfo->getRefCount(), 1);
+
+  RcPtr<ClsXml> empty(ClsXml::createNewCls());
+  ASSERT_TRUE(empty);
+  EXPECT_TRUE(empty->isEmptyHandle());
+  EXPECT_FALSE(RcPtr<ClsXml>(empty->getChildWithTagUtf8("*:a")));
+  EXPECT_EQ(empty->get_NumChildren(), 0);
+
+  EXPECT_FALSE(empty->loadXml(StringBuffer("<a>\n  <b></c>\n</a>"), false, log));
+  EXPECT_EQ(log.lastErrorLine(), "line 2, column 6: end tag </c> does not match start tag <b>");
+  EXPECT_TRUE(empty->isEmptyHandle());
+
+  // No recursion anywhere: a million nested elements fail at the depth limit.
+  std::string deep;
+  for (int i = 0; i < 1000000; ++i) deep += "<d>";
+  EXPECT_FALSE(empty->loadXml(StringBuffer(deep), false, log));
+  EXPECT_NE(log.lastErrorLine().find("(kMaxElementDepth)"), std::string::npos);
+
+  // Deep but allowed nesting is walked and torn down without recursion too.
+  std::string allowed;
+  for (size_t i = 0; i < xml::kMaxElementDepth; ++i) allowed += "<d>";
+  allowed += "x";
+  for (size_t i = 0; i < xml::kMaxElementDepth; ++i) allowed += "</d>";
+  ASSERT_TRUE(empty->loadXml(StringBuffer(allowed), false, log));
+  int steps = 0;
+  while (empty->getChild2(0)) ++steps;
+  EXPECT_EQ(steps, static_cast<int>(xml::kMaxElementDepth) - 1);
+  StringBuffer inner;
+  EXPECT_TRUE(empty->getContentSb(inner));
+  EXPECT_EQ(inner.str(), "x");
+}
+
+TEST(ClsXml, FindSignaturesByNamespaceInDocumentOrder) {
+  const std::string doc =
+      "<root xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\" xmlns:f=\"urn:fake\">"
+      "<ds:Signature Id=\"s1\"><ds:SignedInfo/><ds:SignatureValue/>"
+      "<ds:Object><Signature xmlns=\"http://www.w3.org/2000/09/xmldsig#\" Id=\"s2\"/></ds:Object>"
+      "</ds:Signature>"
+      "<f:Signature Id=\"fake\"/><Signature Id=\"nons\"/>"
+      "<eb:AuthSignature xmlns:eb=\"urn:ebics\" Id=\"s3\"><ds:SignedInfo/><ds:SignatureValue/></eb:AuthSignature>"
+      "<Half Id=\"half\"><ds:SignedInfo/></Half>"
+      "</root>";
+  RcPtr<ClsXml> root = load(doc);
+  ASSERT_TRUE(root);
+  ExtPtrArrayRc sigs;
+  LogNull log;
+  ASSERT_TRUE(root->findSignatures(sigs, log));
+  std::vector<std::string> ids;
+  for (int i = 0; i < sigs.getSize(); ++i) {
+    StringBuffer id;
+    static_cast<ClsXml*>(sigs.elementAt(i))->getAttrValue("Id", id);
+    ids.push_back(id.str());
+  }
+  EXPECT_EQ(ids, (std::vector<std::string>{"s1", "s2", "s3"}));
+}
+
+// Every signed document of the corpus: findSignatures finds as many signatures as the
+// manifest lists (EBICS AuthSignature included).
+TEST(ClsXml, FindSignaturesOnCorpusDocuments) {
+  REQUIRE_CORPUS();
+  std::ifstream manifest(testsupport::corpusDir() + "/families.tsv");
+  ASSERT_TRUE(manifest);
+  std::string line;
+  std::getline(manifest, line);
+  int checked = 0;
+  while (std::getline(manifest, line)) {
+    std::vector<std::string> cols;
+    std::stringstream ss(line);
+    std::string col;
+    while (std::getline(ss, col, '\t')) cols.push_back(col);
+    if (cols.size() < 4) continue;
+    int expected = 0;  // "0 ds:Signature + 1 ebics:AuthSignature" counts as 1
+    for (size_t i = 0; i < cols[3].size(); ++i)
+      if (std::isdigit(static_cast<unsigned char>(cols[3][i])) && (i == 0 || cols[3][i - 1] == ' '))
+        expected += std::atoi(cols[3].c_str() + i);
+    const std::string text = testsupport::readFile(testsupport::corpusDir() + "/" + cols[2]);
+    ASSERT_FALSE(text.empty()) << cols[2];
+    _btLogger log;
+    RcPtr<ClsXml> root = load(text, log);
+    ASSERT_TRUE(root) << cols[2] << ": " << log.lastErrorLine();
+    ExtPtrArrayRc sigs;
+    root->findSignatures(sigs, log);
+    EXPECT_EQ(sigs.getSize(), expected) << cols[0];
+    if (cols[1] == "ebics") {
+      ASSERT_GE(sigs.getSize(), 1);
+      EXPECT_EQ(static_cast<ClsXml*>(sigs.elementAt(0))->localNameView(), "AuthSignature");
+    }
+    ++checked;
+  }
+  EXPECT_GT(checked, 50);
+}
+
+TEST(ClsXml, LargeDocumentsParseWholly) {
+  // About 100 MB of certificate-like content in half a million elements.
+  const std::string line(200, 'Q');
+  std::string doc = "<root>";
+  doc.reserve(105u * 1024u * 1024u);
+  int n = 0;
+  while (doc.size() < 100u * 1024u * 1024u) {
+    doc += "<c n=\"" + std::to_string(n++) + "\">" + line + "</c>\n";
+  }
+  doc += "<last>end</last></root>";
+  RcPtr<ClsXml> root = load(doc);
+  ASSERT_TRUE(root);
+  EXPECT_EQ(root->get_NumChildren(), n + 1);
+  EXPECT_EQ(contentOf(root.get(), "last"), "end");
+  RcPtr<ClsXml> mid(root->GetChild(n / 2));
+  StringBuffer attr;
+  EXPECT_TRUE(mid->getAttrValue("n", attr));
+  EXPECT_EQ(attr.str(), std::to_string(n / 2));
+  EXPECT_EQ(root->sourceEnd(), doc.size());
+}

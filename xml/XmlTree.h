@@ -1,0 +1,101 @@
+// The parsed element tree behind ClsXml handles. The tree owns a copy of the text and
+// keeps its nodes in an arena in document order (pre-order), so a subtree is a range of
+// node indices and every walk is a plain loop. Names, attribute values and text stay
+// views into the text and are decoded on demand with the scanner's rules.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "xml/XmlDtd.h"
+
+namespace xml {
+
+constexpr uint32_t kNoIndex = UINT32_MAX;
+
+struct XmlTreeAttribute {
+  std::string_view qname;
+  std::string_view rawValue;  // references not expanded; into the text, or the DTD when defaulted
+  bool defaulted = false;
+  bool nonCdata = false;      // declared with a non-CDATA type (value normalisation collapses spaces)
+};
+
+// One direct text or CDATA child of an element, as a byte range of the text; an
+// element's pieces form a list through `next`.
+struct XmlTextPiece {
+  uint32_t start = 0;
+  uint32_t end = 0;
+  uint32_t next = kNoIndex;
+  bool cdata = false;
+};
+
+struct XmlNode {
+  std::string_view tag;       // qualified name as written
+  uint32_t start = 0;         // offset of '<' of the start tag
+  uint32_t end = 0;           // offset just past the end tag (or "/>")
+  uint32_t index = 0;         // position in document order
+  uint32_t subtreeEnd = 0;    // index just past the last descendant
+  XmlNode* parent = nullptr;
+  uint32_t firstChildSlot = 0;  // into the tree's child table
+  uint32_t numChildren = 0;
+  uint32_t firstAttribute = 0;
+  uint32_t numAttributes = 0;
+  uint32_t firstText = kNoIndex;
+};
+
+class XmlTree {
+ public:
+  XmlTree() = default;
+  XmlTree(const XmlTree&) = delete;
+  XmlTree& operator=(const XmlTree&) = delete;
+
+  // Copies and parses text. False with the scanner's located message when it is not
+  // well-formed (the tree is then empty).
+  bool parse(std::string_view text, std::string& error);
+
+  bool empty() const { return m_nodes.empty(); }
+  XmlNode* root() { return m_nodes.empty() ? nullptr : &m_nodes.front(); }
+  size_t nodeCount() const { return m_nodes.size(); }
+  XmlNode* nodeAt(uint32_t index) { return index < m_nodes.size() ? &m_nodes[index] : nullptr; }
+  std::string_view text() const { return m_text; }
+  const XmlDtd& dtd() const { return m_dtd; }
+
+  XmlNode* child(const XmlNode& node, uint32_t i) const {
+    return i < node.numChildren ? m_children[node.firstChildSlot + i] : nullptr;
+  }
+  const XmlTreeAttribute* attribute(const XmlNode& node, uint32_t i) const {
+    return i < node.numAttributes ? &m_attributes[node.firstAttribute + i] : nullptr;
+  }
+  // The attribute whose qualified name is exactly qname, or null.
+  const XmlTreeAttribute* findAttribute(const XmlNode& node, std::string_view qname) const;
+
+  // Attribute value with references expanded and white space normalised.
+  bool attributeValue(const XmlTreeAttribute& attr, std::string& out) const;
+  // Direct character data and CDATA of the element, references expanded and line ends
+  // normalised; appended to out.
+  bool content(const XmlNode& node, std::string& out) const;
+  // The element's exact source text.
+  std::string_view sourceOf(const XmlNode& node) const {
+    return std::string_view(m_text).substr(node.start, node.end - node.start);
+  }
+
+  // Namespace URI bound to prefix ("" for the default namespace) where node stands,
+  // from the xmlns declarations on it and its ancestors; false when unbound.
+  bool namespaceOf(const XmlNode& node, std::string_view prefix, std::string& uri) const;
+
+ private:
+  void buildChildTable();
+
+  std::string m_text;
+  std::deque<XmlNode> m_nodes;
+  std::vector<XmlTreeAttribute> m_attributes;
+  std::vector<XmlTextPiece> m_texts;
+  std::vector<XmlNode*> m_children;  // each node's children side by side, in order
+  XmlDtd m_dtd;
+};
+
+}  // namespace xml
