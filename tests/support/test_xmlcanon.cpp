@@ -80,31 +80,15 @@ TEST(XmlCanon, FragmentByIdInheritsItsContext) {
   EXPECT_EQ(canon("<!--c--><r/>", "xpointer(/)", {1, true}), "<!--c-->\n<r></r>");
 }
 
-TEST(XmlCanon, StartOffsetSelectsTheElementInPlace) {
+TEST(XmlCanon, StartOffsetAndPrefixList) {
+  // The element at an offset is the same subset as the element named by its Id.
   const size_t body = kSoap.find("<soap:Body");
   EXPECT_EQ(canon(kSoap, nullptr, {1}, body), canon(kSoap, "body", {1}));
-  EXPECT_EQ(canon(kSoap, nullptr, {2}, body), canon(kSoap, "body", {2}));
-
-  Result r;
-  run(r, kSoap, nullptr, {}, body + 1);
-  EXPECT_FALSE(r.ok);
-  EXPECT_EQ(r.error, "No element starts at offset " + std::to_string(body + 1) + ".");
-  run(r, kSoap, nullptr, {}, kSoap.size() + 10);
-  EXPECT_FALSE(r.ok);
-}
-
-TEST(XmlCanon, ExclusivePrefixListRendersListedNamespaces) {
-  // Listed prefixes are declared on the apex though unused; "#default" stands for xmlns.
-  EXPECT_EQ(canon(kSoap, "body", {2, false, "x  #default"}),
+  // Listed prefixes are declared on the apex though unused ("#default" = xmlns); a listed
+  // prefix that is not in scope is ignored.
+  EXPECT_EQ(canon(kSoap, nullptr, {2, false, "x nope #default"}, body),
             "<soap:Body xmlns=\"urn:default\" xmlns:soap=\"urn:soap\" xmlns:wsu=\"urn:wsu\" xmlns:x=\"urn:x\" "
             "xml:lang=\"de\" wsu:Id=\"body\"><Item a=\"1\"></Item></soap:Body>");
-  // A listed prefix that is not in scope is ignored; xmlns="" is written only to undo a
-  // default namespace an output ancestor rendered.
-  const std::string doc = "<a xmlns=\"urn:d\"><b xmlns=\"\"><c/></b></a>";
-  EXPECT_EQ(canon(doc, nullptr, {2, false, "nope #default"}),
-            "<a xmlns=\"urn:d\"><b xmlns=\"\"><c></c></b></a>");
-  EXPECT_EQ(canon("<p:a xmlns:p=\"urn:p\" xmlns=\"urn:d\"><b xmlns=\"\"/></p:a>", nullptr, {2}),
-            "<p:a xmlns:p=\"urn:p\"><b></b></p:a>");
 }
 
 TEST(XmlCanon, EbicsModeEmitsOneAuthenticatedElementPerCall) {
@@ -165,6 +149,12 @@ TEST(XmlCanon, FailuresExplainAndLeaveOutputAsItWas) {
   EXPECT_FALSE(canon.xmlCanonicalize(StringBuffer(kSoap), "nope", 0, out, log));
   EXPECT_EQ(out.str(), "kept|");
   EXPECT_EQ(log.lastErrorLine(), "Element with Id 'nope' not found.");
+
+  const size_t inTag = kSoap.find("<soap:Body") + 1;
+  EXPECT_FALSE(canon.xmlCanonicalize(StringBuffer(kSoap), nullptr, inTag, out, log));
+  EXPECT_EQ(log.lastErrorLine(), "No element starts at offset " + std::to_string(inTag) + ".");
+  EXPECT_FALSE(canon.xmlCanonicalize(StringBuffer(kSoap), nullptr, kSoap.size() + 1, out, log));
+  EXPECT_EQ(out.str(), "kept|");
 
   EXPECT_FALSE(canon.xmlCanonicalize(StringBuffer(kSoap), "xpointer(//foo)", 0, out, log));
   EXPECT_EQ(log.lastErrorLine(), "Unsupported XPointer expression.");
