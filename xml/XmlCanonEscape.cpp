@@ -6,53 +6,47 @@ namespace xml {
 
 namespace {
 
-// Appends text, replacing each byte for which replacement() is non-null. Runs of
-// ordinary bytes are copied in one piece, which keeps large documents fast.
-template <typename Replacement>
-void appendReplacing(std::string& out, std::string_view text, Replacement replacement) {
-  const char* p = text.data();
-  const char* const end = p + text.size();
-  const char* run = p;
-  for (; p < end; ++p) {
-    const char* rep = replacement(*p);
-    if (rep == nullptr) continue;
-    out.append(run, static_cast<size_t>(p - run));
-    out.append(rep);
-    run = p + 1;
+// Byte classes: 0 = copied as is; otherwise the index of the replacement in kEntities.
+struct EscapeTable {
+  unsigned char cls[256] = {};
+  constexpr EscapeTable(bool attribute) {
+    cls[static_cast<unsigned char>('&')] = 1;
+    cls[static_cast<unsigned char>('<')] = 2;
+    cls[static_cast<unsigned char>('\r')] = 3;
+    if (attribute) {
+      cls[static_cast<unsigned char>('"')] = 4;
+      cls[static_cast<unsigned char>('\t')] = 5;
+      cls[static_cast<unsigned char>('\n')] = 6;
+    } else {
+      cls[static_cast<unsigned char>('>')] = 7;
+    }
   }
-  out.append(run, static_cast<size_t>(end - run));
-}
+};
+constexpr EscapeTable kTextTable(false);
+constexpr EscapeTable kAttributeTable(true);
+constexpr std::string_view kEntities[] = {"", "&amp;", "&lt;", "&#xD;", "&quot;", "&#x9;", "&#xA;", "&gt;"};
 
-const char* textReplacement(char c) {
-  switch (c) {
-    case '&': return "&amp;";
-    case '<': return "&lt;";
-    case '>': return "&gt;";
-    case '\r': return "&#xD;";
-    default: return nullptr;
-  }
-}
-
-const char* attributeReplacement(char c) {
-  switch (c) {
-    case '&': return "&amp;";
-    case '<': return "&lt;";
-    case '"': return "&quot;";
-    case '\t': return "&#x9;";
-    case '\n': return "&#xA;";
-    case '\r': return "&#xD;";
-    default: return nullptr;
+// Appends text, replacing the bytes the table marks. Runs of ordinary bytes are copied in
+// one piece, which keeps large documents fast.
+void appendReplacing(std::string& out, std::string_view text, const EscapeTable& table) {
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(text.data());
+  const unsigned char* const end = p + text.size();
+  while (p < end) {
+    const unsigned char* run = p;
+    while (p < end && table.cls[*p] == 0) ++p;
+    out.append(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
+    if (p == end) break;
+    out.append(kEntities[table.cls[*p]]);
+    ++p;
   }
 }
 
 }  // namespace
 
-void appendEscapedText(std::string& out, std::string_view text) {
-  appendReplacing(out, text, textReplacement);
-}
+void appendEscapedText(std::string& out, std::string_view text) { appendReplacing(out, text, kTextTable); }
 
 void appendEscapedAttribute(std::string& out, std::string_view value) {
-  appendReplacing(out, value, attributeReplacement);
+  appendReplacing(out, value, kAttributeTable);
 }
 
 void appendNormalizedLineEnds(std::string& out, std::string_view text) {
@@ -69,18 +63,25 @@ void appendNormalizedLineEnds(std::string& out, std::string_view text) {
   out.append(text.data() + pos, text.size() - pos);
 }
 
-void appendEscapedTextNormalizingLineEnds(std::string& out, std::string_view text) {
-  size_t pos = 0;
-  while (pos < text.size()) {
-    const void* hit = std::memchr(text.data() + pos, '\r', text.size() - pos);
-    if (hit == nullptr) break;
-    const size_t cr = static_cast<size_t>(static_cast<const char*>(hit) - text.data());
-    appendEscapedText(out, text.substr(pos, cr - pos));
-    out.push_back('\n');
-    pos = cr + 1;
-    if (pos < text.size() && text[pos] == '\n') ++pos;
+bool appendEscapedRawText(std::string& out, std::string_view raw, bool ampersandIsReference) {
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(raw.data());
+  const unsigned char* const end = p + raw.size();
+  while (p < end) {
+    const unsigned char* run = p;
+    while (p < end && kTextTable.cls[*p] == 0) ++p;
+    out.append(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
+    if (p == end) break;
+    const unsigned char c = *p++;
+    if (c == '\r') {
+      out.push_back('\n');
+      if (p < end && *p == '\n') ++p;
+    } else if (c == '&' && ampersandIsReference) {
+      return false;
+    } else {
+      out.append(kEntities[kTextTable.cls[c]]);
+    }
   }
-  appendEscapedText(out, text.substr(pos));
+  return true;
 }
 
 }  // namespace xml

@@ -14,7 +14,10 @@ void appendEscapedText(std::string& out, std::string_view text);
 void appendEscapedAttribute(std::string& out, std::string_view value);
 // Copies text with CRLF and lone CR turned into LF.
 void appendNormalizedLineEnds(std::string& out, std::string_view text);
-// appendNormalizedLineEnds followed by text escaping, without an intermediate copy.
-void appendEscapedTextNormalizingLineEnds(std::string& out, std::string_view text);
+// Character data as written in the document (a CDATA body, or text without references):
+// line ends normalised, then escaped as text, in one pass. When ampersandIsReference is
+// set, a '&' stops it with false (the text then needs reference expansion first; what was
+// appended so far is for the caller to drop).
+bool appendEscapedRawText(std::string& out, std::string_view raw, bool ampersandIsReference);
 
 }  // namespace xml
