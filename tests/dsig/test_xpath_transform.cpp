@@ -1,0 +1,153 @@
+// The XPath transform's recognised expressions, applied to document text.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "DigestProbe.h"
+#include "LogProbe.h"
+#include "TestSupport.h"
+#include "dsig/ClsXmlDSig.h"
+#include "support/ClsXml.h"
+#include "support/LogBase.h"
+#include "support/RefCountedObject.h"
+
+namespace {
+
+const char kXPathUri[] = "http://www.w3.org/TR/1999/REC-xpath-19991116";
+const char kFilter2Uri[] = "http://www.w3.org/2002/06/xmldsig-filter2";
+const std::string kDs = "xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"";
+
+struct XPathRun {
+  XPathRun() : dsig(ClsXmlDSig::createNewCls()) {}
+  // Applies the transform; `transformXml` is the Transform element when the test needs one.
+  bool run(std::string& text, const char* algorithm, const std::string& xpath, const std::string& transformXml = "") {
+    log.clear();
+    RcPtr<ClsXml> transform;
+    if (!transformXml.empty()) {
+      transform.reset(ClsXml::createNewCls());
+      EXPECT_TRUE(transform->loadXml(StringBuffer(transformXml), true, log));
+    }
+    StringBuffer xml(text);
+    const bool ok = dsig->transformXPath(transform.get(), xml, StringBuffer(algorithm), StringBuffer(xpath), log);
+    text = xml.str();
+    EXPECT_EQ(logprobe::value(log, "transformXPathSuccess"), ok ? "true" : "false");
+    return ok;
+  }
+  std::string option() const { return logprobe::value(log, "commonXPathOption"); }
+  std::string unhandled() const { return logprobe::value(log, "unhandledXPath"); }
+  std::unique_ptr<ClsXmlDSig> dsig;
+  _btLogger log;
+};
+
+std::string filter2Transform(const std::string& children) {
+  return "<ds:Transform " + kDs + " xmlns:dsig-xpath=\"" + kFilter2Uri + "\" Algorithm=\"" + kFilter2Uri + "\">" +
+         children + "</ds:Transform>";
+}
+
+}  // namespace
+
+TEST(XPathTransform, SignatureExclusions) {
+  XPathRun r;
+  const std::string dsSig = "<ds:Signature " + kDs + "><ds:SignedInfo/></ds:Signature>";
+  const std::string doc = "<r><a/>" + dsSig + "<cac:Signature>c</cac:Signature></r>";
+  for (const char* xp : {"not(ancestor-or-self::ds:Signature)", "not(//ancestor-or-self::ds:Signature)"}) {
+    std::string t = doc;
+    EXPECT_TRUE(r.run(t, kXPathUri, xp));
+    EXPECT_EQ(t, "<r><a/><cac:Signature>c</cac:Signature></r>");
+    EXPECT_EQ(r.option(), "1");
+    EXPECT_TRUE(r.log.containsText("removing all Signatures from the XML to be canonicalized"));
+  }
+
+  // UBL: cac:Signature blocks go, at most 100 of them; ds:Signature stays.
+  std::string ubl = "<r>" + dsSig;
+  for (int i = 0; i < 101; ++i) ubl += "<cac:Signature>" + std::to_string(i) + "</cac:Signature>";
+  ubl += "</r>";
+  EXPECT_TRUE(r.run(ubl, kXPathUri, "not(//ancestor-or-self::cac:Signature)"));
+  EXPECT_EQ(ubl, "<r>" + dsSig + "<cac:Signature>100</cac:Signature></r>");
+
+  std::string ublSigs = "<r><sig:UBLDocumentSignatures>s</sig:UBLDocumentSignatures><b/></r>";
+  EXPECT_TRUE(r.run(ublSigs, kXPathUri, "count(ancestor-or-self::sig:UBLDocumentSignatures | here()/ancestor::sig:UBLDocumentSignatures[1]) > count(ancestor-or-self::sig:UBLDocumentSignatures)"));
+  EXPECT_EQ(r.option(), "3");
+  EXPECT_EQ(ublSigs, "<r><b/></r>");
+  EXPECT_TRUE(r.log.containsText("Found UBLDocumentSignatures transform."));
+
+  // XPath Filter 2.0: subtracting the signatures works, any other filter does not.
+  const std::string expr = "/descendant::ds:Signature";
+  std::string f2 = doc;
+  EXPECT_TRUE(r.run(f2, kFilter2Uri, expr,
+                    filter2Transform("<dsig-xpath:XPath Filter=\"subtract\">" + expr + "</dsig-xpath:XPath>")));
+  EXPECT_EQ(f2, "<r><a/><cac:Signature>c</cac:Signature></r>");
+  EXPECT_EQ(r.option(), "4");
+  f2 = doc;
+  EXPECT_FALSE(r.run(f2, kFilter2Uri, expr,
+                     filter2Transform("<dsig-xpath:XPath Filter=\"intersect\">" + expr + "</dsig-xpath:XPath>")));
+  EXPECT_EQ(r.unhandled(), "1");
+  EXPECT_EQ(f2, doc);
+}
+
+TEST(XPathTransform, UblExtensionsAndQrAndUnhandled) {
+  XPathRun r;
+  const std::string ext1 = "<ext:UBLExtensions><ext:UBLExtension>1</ext:UBLExtension></ext:UBLExtensions>";
+  const std::string ext2 = "<ext:UBLExtensions><ext:UBLExtension>2</ext:UBLExtension></ext:UBLExtensions>";
+  const std::string doc = "<Invoice>" + ext1 + "<x/>" + ext2 + "</Invoice>";
+
+  // Filter 2.0 subtraction of the UBL extensions: the second child carries the filter.
+  const std::string sub = "ancestor::ext:UBLExtensions/ext:UBLExtension";
+  const std::string kids = "<dsig-xpath:XPath Filter=\"intersect\">/</dsig-xpath:XPath>"
+                           "<dsig-xpath:XPath Filter=\"subtract\">" + sub + "</dsig-xpath:XPath>";
+  std::string t = doc;
+  EXPECT_TRUE(r.run(t, kFilter2Uri, "/", filter2Transform(kids)));
+  EXPECT_EQ(r.option(), "5");
+  EXPECT_EQ(t, "<Invoice><x/>" + ext2 + "</Invoice>");
+  t = doc;
+  EXPECT_FALSE(r.run(t, kFilter2Uri, "/", filter2Transform("<dsig-xpath:XPath Filter=\"subtract\">" + sub +
+                                                           "</dsig-xpath:XPath>")));
+  EXPECT_EQ(r.unhandled(), "3");
+  EXPECT_EQ(t, doc);
+
+  // not(//ancestor-or-self::P:E) removes every such block; MyInvois keeps the first one.
+  t = doc;
+  EXPECT_TRUE(r.run(t, kXPathUri, "not(//ancestor-or-self::ext:UBLExtensions)"));
+  EXPECT_EQ(r.option(), "7");
+  EXPECT_EQ(t, "<Invoice><x/></Invoice>");
+  r.dsig->m_isMyInvois = true;
+  t = doc;
+  EXPECT_TRUE(r.run(t, kXPathUri, "not(//ancestor-or-self::ext:UBLExtensions)"));
+  EXPECT_EQ(t, "<Invoice>" + ext1 + "<x/></Invoice>");
+  r.dsig->m_isMyInvois = false;
+
+  // The ZATCA QR reference: blocks are recognised by the fixed QR literal, whatever child the
+  // expression names; the text built from the expression is only logged.
+  const std::string other = "<cac:AdditionalDocumentReference><cbc:ID>PIH</cbc:ID></cac:AdditionalDocumentReference>";
+  const std::string qr = "<cac:AdditionalDocumentReference><cbc:ID>QR</cbc:ID></cac:AdditionalDocumentReference>";
+  const std::string inv = "<Invoice>" + other + qr + "</Invoice>";
+  t = inv;
+  EXPECT_TRUE(r.run(t, kXPathUri, "not(//ancestor-or-self::cac:AdditionalDocumentReference[cbc:UUID='X'])"));
+  EXPECT_EQ(r.option(), "6");
+  EXPECT_EQ(t, "<Invoice>" + other + "</Invoice>");
+  EXPECT_EQ(logprobe::value(r.log, "mustContain"), "<cbc:UUID>X</cbc:UUID>");
+  EXPECT_EQ(logprobe::value(r.log, "startTag"), "<cac:AdditionalDocumentReference>");
+
+  t = inv;
+  EXPECT_FALSE(r.run(t, kXPathUri, "count(//x)=1"));
+  EXPECT_EQ(r.unhandled(), "2");
+  EXPECT_EQ(r.option(), "<absent>");
+  EXPECT_EQ(t, inv);
+}
+
+TEST(XPathTransform, RealFilter2SignatureSubtraction) {
+  REQUIRE_CORPUS();
+  // The second of two parallel signatures of a trusted list subtracts every signature.
+  const std::string doc =
+      testsupport::readFile(testsupport::corpusDir() + "/families/tsl/tsl-dss-cz_two-sigs/CZ_two-sigs.xml");
+  ASSERT_FALSE(doc.empty());
+  const size_t t0 = doc.find("<ds:Transform Algorithm=\"http://www.w3.org/2002/06/xmldsig-filter2\">");
+  ASSERT_NE(t0, std::string::npos);
+  const std::string transformXml =
+      "<ds:Transform " + kDs + doc.substr(t0 + 13, doc.find("</ds:Transform>", t0) + 15 - t0 - 13);
+  XPathRun r;
+  std::string t = doc;
+  ASSERT_TRUE(r.run(t, kFilter2Uri, "/descendant::ds:Signature", transformXml));
+  EXPECT_EQ(digestprobe::canonicalDigest(StringBuffer(t), 1), "YMucjcflBru9gtUjx6DdqR2xDw25JaVQTg/hGSlQMJ4=");
+}
