@@ -65,14 +65,16 @@ class NamespaceScope {
     const std::string* ns = resolve(xml::prefixOf(qname));
     return ns != nullptr && *ns == kDsigNamespace;
   }
-  // A Signature element: of the XML-Signature namespace, or (for documents that never
-  // declared it) unprefixed with no default namespace in scope.
+  // A Signature element: of the XML-Signature namespace or, when lenient, of no namespace
+  // at all: unprefixed with no default namespace in scope (documents that never declared
+  // it), or with a prefix declared outside the text (a span cut out of a document).
   bool isSignatureElement(std::string_view qname, bool lenient) const {
     if (xml::localNameOf(qname) != "Signature") return false;
     if (inDsigNamespace(qname)) return true;
-    if (!lenient || !xml::prefixOf(qname).empty()) return false;
-    const std::string* ns = resolve(std::string_view());
-    return ns == nullptr || ns->empty();
+    if (!lenient) return false;
+    const std::string_view prefix = xml::prefixOf(qname);
+    const std::string* ns = resolve(prefix);
+    return ns == nullptr || (prefix.empty() && ns->empty());
   }
 
  private:

@@ -40,12 +40,6 @@ TEST(DocumentAdjustments, ChileanSiiDteCut) {
   b.dsig->extract_sii_cl_dte(xml2, "F1T33", false, b.log);
   EXPECT_EQ(xml2.str(), notDirect);
   EXPECT_EQ(b.dsig->m_siiDteOffset, 7);
-
-  // Not flagged as SII: nothing happens.
-  b.dsig->m_isSiiCl = false;
-  StringBuffer xml3(doc);
-  b.dsig->preprocessXmlToTransform(StringBuffer("F1T33"), b.ref, xml3, b.log);
-  EXPECT_EQ(xml3.str(), doc);
 }
 
 TEST(DocumentAdjustments, EbXmlNextMshFragments) {
