@@ -109,7 +109,8 @@ class XmlSubsetParser {
   }
   bool name(std::string_view& out, const char* what) {
     const size_t start = m_p;
-    while (m_p < m_s.size() && isXmlNameByte(m_s[m_p])) ++m_p;
+    if (m_p < m_s.size() && isXmlNameStartByte(m_s[m_p]))
+      while (m_p < m_s.size() && isXmlNameByte(m_s[m_p])) ++m_p;
     if (m_p == start) return fail(start, std::string("name expected for ") + what);
     out = m_s.substr(start, m_p - start);
     return true;

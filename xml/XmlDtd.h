@@ -66,6 +66,12 @@ inline bool isXmlNameByte(char ch) {
          c == '-' || c == '.' || c == '_' || c == ':';
 }
 
+// First byte of a name: not a digit, '-' or '.'.
+inline bool isXmlNameStartByte(char ch) {
+  const unsigned char c = static_cast<unsigned char>(ch);
+  return isXmlNameByte(ch) && !(c >= '0' && c <= '9') && c != '-' && c != '.';
+}
+
 // The body of a character reference (what stands between "&#" and ";", e.g. "x41" or
 // "65") as a code point; false when malformed or not an XML character.
 bool decodeCharRef(std::string_view body, uint32_t& codePoint);

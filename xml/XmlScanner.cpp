@@ -32,6 +32,25 @@ bool isPredefinedEntity(std::string_view name, char* value) {
   return v != 0;
 }
 
+// Values of the XML declaration: version "1.n", an encoding name, standalone yes/no.
+bool validDeclarationValue(size_t which, std::string_view v) {
+  auto isAlpha = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+  auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  if (which == 0) {
+    if (v.size() < 3 || v[0] != '1' || v[1] != '.') return false;
+    for (size_t i = 2; i < v.size(); ++i)
+      if (!isDigit(v[i])) return false;
+    return true;
+  }
+  if (which == 1) {
+    if (v.empty() || !isAlpha(v[0])) return false;
+    for (char c : v)
+      if (!isAlpha(c) && !isDigit(c) && c != '.' && c != '_' && c != '-') return false;
+    return true;
+  }
+  return v == "yes" || v == "no";
+}
+
 std::string quoteName(std::string_view name) { return "'" + std::string(name) + "'"; }
 
 // A parsed reference at raw[at] == '&': either a character (cp set) or an entity name.
@@ -56,7 +75,8 @@ bool parseReference(std::string_view raw, size_t at, Reference& ref) {
     return true;
   }
   const size_t nameStart = p;
-  while (p < raw.size() && isXmlNameByte(raw[p]) && p - nameStart <= kMaxNameLength) ++p;
+  if (p < raw.size() && isXmlNameStartByte(raw[p]))
+    while (p < raw.size() && isXmlNameByte(raw[p]) && p - nameStart <= kMaxNameLength) ++p;
   if (p == nameStart || p >= raw.size() || raw[p] != ';') return false;
   ref.isChar = false;
   ref.name = raw.substr(nameStart, p - nameStart);
@@ -265,6 +285,14 @@ bool XmlScanner::scanText(XmlToken& tok) {
   return true;
 }
 
+// End of the name that starts at `from` (== from when no name starts there).
+size_t XmlScanner::scanName(size_t from) const {
+  size_t q = from;
+  if (q < m_text.size() && isXmlNameStartByte(m_text[q]))
+    while (q < m_text.size() && isXmlNameByte(m_text[q])) ++q;
+  return q;
+}
+
 bool XmlScanner::scanMarkup(XmlToken& tok) {
   const size_t p = m_pos;
   if (p + 1 >= m_text.size()) return fail(p, "unexpected end of document after '<'");
@@ -283,8 +311,7 @@ bool XmlScanner::scanMarkup(XmlToken& tok) {
 bool XmlScanner::scanPI(XmlToken& tok) {
   const size_t p = m_pos;
   const size_t nameStart = p + 2;
-  size_t q = nameStart;
-  while (q < m_text.size() && isXmlNameByte(m_text[q])) ++q;
+  size_t q = scanName(nameStart);
   if (q == nameStart) return fail(p, "processing instruction without a target");
   const std::string_view target = m_text.substr(nameStart, q - nameStart);
   const size_t close = m_text.find("?>", q);
@@ -295,6 +322,7 @@ bool XmlScanner::scanPI(XmlToken& tok) {
                       (target[2] | 0x20) == 'l';
   if (isDecl) {
     if (p != m_bodyStart) return fail(p, "the XML declaration is allowed only at the very start of the document");
+    if (!checkXmlDeclaration(q, m_text.substr(q, close - q))) return false;
     tok.type = XmlTokenType::XmlDecl;
     tok.content = m_text.substr(q, close - q);
   } else {
@@ -305,6 +333,43 @@ bool XmlScanner::scanPI(XmlToken& tok) {
   }
   tok.end = close + 2;
   m_pos = tok.end;
+  return true;
+}
+
+// version, then optionally encoding and standalone, each as name="value" after white
+// space; nothing else.
+bool XmlScanner::checkXmlDeclaration(size_t at, std::string_view body) {
+  static constexpr std::string_view kNames[] = {"version", "encoding", "standalone"};
+  size_t i = 0;
+  size_t expected = 0;  // index into kNames of the earliest name still allowed
+  while (true) {
+    const size_t spaceStart = i;
+    while (i < body.size() && isXmlSpace(body[i])) ++i;
+    if (i >= body.size()) break;
+    if (i == spaceStart) return fail(at + i, "white space expected in the XML declaration");
+    const size_t nameStart = i;
+    while (i < body.size() && isXmlNameByte(body[i])) ++i;
+    const std::string_view name = body.substr(nameStart, i - nameStart);
+    size_t which = expected;
+    while (which < 3 && kNames[which] != name) ++which;
+    if (which == 3 || (expected == 0 && which != 0))
+      return fail(at + nameStart, expected == 0 ? "the XML declaration must start with version"
+                                                : "unexpected text in the XML declaration");
+    expected = which + 1;
+    while (i < body.size() && isXmlSpace(body[i])) ++i;
+    if (i >= body.size() || body[i] != '=') return fail(at + i, "'=' expected in the XML declaration");
+    ++i;
+    while (i < body.size() && isXmlSpace(body[i])) ++i;
+    if (i >= body.size() || (body[i] != '"' && body[i] != '\''))
+      return fail(at + i, "quoted value expected in the XML declaration");
+    const size_t close = body.find(body[i], i + 1);
+    if (close == std::string_view::npos) return fail(at + i, "unterminated value in the XML declaration");
+    const std::string_view value = body.substr(i + 1, close - i - 1);
+    if (!validDeclarationValue(which, value))
+      return fail(at + i, "invalid " + std::string(name) + " in the XML declaration");
+    i = close + 1;
+  }
+  if (expected == 0) return fail(at, "the XML declaration must start with version");
   return true;
 }
 
@@ -345,7 +410,7 @@ bool XmlScanner::scanDoctype(XmlToken& tok) {
   if (q >= n || !isXmlSpace(m_text[q])) return fail(q, "white space expected after <!DOCTYPE");
   while (q < n && isXmlSpace(m_text[q])) ++q;
   const size_t nameStart = q;
-  while (q < n && isXmlNameByte(m_text[q])) ++q;
+  q = scanName(q);
   if (q == nameStart) return fail(q, "DOCTYPE without a document element name");
   tok.name = m_text.substr(nameStart, q - nameStart);
   // External identifier: its literals are skipped, nothing is ever fetched.
@@ -400,8 +465,7 @@ bool XmlScanner::scanDoctype(XmlToken& tok) {
 bool XmlScanner::scanEndTag(XmlToken& tok) {
   const size_t p = m_pos;
   const size_t n = m_text.size();
-  size_t q = p + 2;
-  while (q < n && isXmlNameByte(m_text[q])) ++q;
+  size_t q = scanName(p + 2);
   if (q == p + 2) return fail(p, "end tag without a name");
   const std::string_view name = m_text.substr(p + 2, q - p - 2);
   while (q < n && isXmlSpace(m_text[q])) ++q;
@@ -429,8 +493,7 @@ bool XmlScanner::isAttributeSpecified(const XmlToken& tok, std::string_view qnam
 bool XmlScanner::scanStartTag(XmlToken& tok) {
   const size_t p = m_pos;
   const size_t n = m_text.size();
-  size_t q = p + 1;
-  while (q < n && isXmlNameByte(m_text[q])) ++q;
+  size_t q = scanName(p + 1);
   if (q == p + 1) return fail(p, "'<' must start a tag; write &lt; for a literal '<'");
   const std::string_view name = m_text.substr(p + 1, q - p - 1);
   if (name.size() > kMaxNameLength)
@@ -461,7 +524,7 @@ bool XmlScanner::scanStartTag(XmlToken& tok) {
     }
     if (q == beforeSpace) return fail(q, "white space expected before an attribute in start tag " + tagText);
     const size_t attrStart = q;
-    while (q < n && isXmlNameByte(m_text[q])) ++q;
+    q = scanName(q);
     if (q == attrStart) return fail(q, "unexpected character '" + std::string(1, c) + "' in start tag " + tagText);
     const std::string_view qname = m_text.substr(attrStart, q - attrStart);
     if (qname.size() > kMaxNameLength)

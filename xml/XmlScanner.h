@@ -104,6 +104,8 @@ class XmlScanner {
   bool expand(std::string_view raw, std::string& out, bool attribute, int level);
   // With oneLocation every problem is reported at offset (references in a DTD default).
   bool checkReferences(std::string_view raw, size_t offset, bool oneLocation);
+  size_t scanName(size_t from) const;
+  bool checkXmlDeclaration(size_t at, std::string_view body);
   bool scanPI(XmlToken& tok);
   bool scanComment(XmlToken& tok);
   bool scanCData(XmlToken& tok);

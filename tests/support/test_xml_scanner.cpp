@@ -122,6 +122,10 @@ TEST(XmlScanner, MalformedDocumentsFailWithLocatedMessages) {
        "line 1, column 53: entity 'x' refers to itself"},
       {"<!DOCTYPE a [<!BOGUS>]><a/>", "line 1, column 14: unexpected text in the DTD internal subset"},
       {"<a><![CDATA[x</a>", "line 1, column 4: unterminated CDATA section"},
+      {"<?xml versio='1.0'?><a/>", "line 1, column 7: the XML declaration must start with version"},
+      {"<?xml version='1.0' standalone='maybe'?><a/>", "line 1, column 32: invalid standalone in the XML declaration"},
+      {"<?xml version='1.0'encoding='UTF-8'?><a/>", "line 1, column 20: white space expected in the XML declaration"},
+      {"<a><-b/></a>", "line 1, column 4: '<' must start a tag; write &lt; for a literal '<'"},
   };
   for (const auto& c : cases) EXPECT_EQ(scanError(c.first), c.second) << c.first;
 }
