@@ -505,27 +505,28 @@ bool XmlScanner::scanStartTag(XmlToken& tok) {
                        " (kMaxElementDepth)");
   tok.type = XmlTokenType::StartTag;
   tok.name = name;
-  const std::string tagText = "<" + std::string(name) + ">";
+  // Built only for messages: no allocation on the normal path.
+  auto tagText = [name] { return "<" + std::string(name) + ">"; };
   bool usingNameSet = false;
   while (true) {
     const size_t beforeSpace = q;
     while (q < n && isXmlSpace(m_text[q])) ++q;
-    if (q >= n) return fail(p, "unterminated start tag " + tagText);
+    if (q >= n) return fail(p, "unterminated start tag " + tagText());
     const char c = m_text[q];
     if (c == '>') {
       tok.end = q + 1;
       break;
     }
     if (c == '/') {
-      if (q + 1 >= n || m_text[q + 1] != '>') return fail(q, "'>' expected after '/' in start tag " + tagText);
+      if (q + 1 >= n || m_text[q + 1] != '>') return fail(q, "'>' expected after '/' in start tag " + tagText());
       tok.selfClosing = true;
       tok.end = q + 2;
       break;
     }
-    if (q == beforeSpace) return fail(q, "white space expected before an attribute in start tag " + tagText);
+    if (q == beforeSpace) return fail(q, "white space expected before an attribute in start tag " + tagText());
     const size_t attrStart = q;
     q = scanName(q);
-    if (q == attrStart) return fail(q, "unexpected character '" + std::string(1, c) + "' in start tag " + tagText);
+    if (q == attrStart) return fail(q, "unexpected character '" + std::string(1, c) + "' in start tag " + tagText());
     const std::string_view qname = m_text.substr(attrStart, q - attrStart);
     if (qname.size() > kMaxNameLength)
       return fail(attrStart, "attribute name longer than the limit of " + std::to_string(kMaxNameLength) +
@@ -547,9 +548,9 @@ bool XmlScanner::scanStartTag(XmlToken& tok) {
     if (std::memchr(raw.data(), '&', raw.size()) != nullptr && !checkReferences(raw, q + 1)) return false;
     if (tok.attributes.size() >= kMaxAttributesPerElement)
       return fail(attrStart, "more attributes than the limit of " + std::to_string(kMaxAttributesPerElement) +
-                                 " (kMaxAttributesPerElement) in start tag " + tagText);
+                                 " (kMaxAttributesPerElement) in start tag " + tagText());
     if (isAttributeSpecified(tok, qname))
-      return fail(attrStart, "duplicate attribute " + quoteName(qname) + " in start tag " + tagText);
+      return fail(attrStart, "duplicate attribute " + quoteName(qname) + " in start tag " + tagText());
     XmlAttribute attr;
     attr.qname = qname;
     attr.rawValue = raw;
