@@ -53,7 +53,7 @@ class XmlCanon {
   bool withComments = false;
   ExtPtrArraySb inclusivePrefixes;  // exclusive only: prefixes rendered as by inclusive c14n
   // Reproduce the attribute order of canonicalizers that sort attributes by their
-  // qualified name as written (see XmlCanon.cpp).
+  // qualified name as written (see collectAttributes in XmlCanonWriter.cpp).
   bool emulateAttrSortBug = false;
   bool ebicsMode = false;
   int ebicsIndex = 0;
