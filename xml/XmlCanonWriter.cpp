@@ -1,6 +1,7 @@
 #include "xml/XmlCanonWriter.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "xml/XmlCanonEscape.h"
 
@@ -255,14 +256,11 @@ void XmlCanonWriter::renderNamespaces(bool isApex) {
     }
     for (const std::string& p : m_opt.inclusivePrefixes) m_candidates.push_back(p);
   }
-  for (size_t i = 0; i < m_candidates.size(); ++i) {
-    const std::string_view prefix = m_candidates[i];
-    if (std::find(m_candidates.begin(), m_candidates.begin() + i, prefix) != m_candidates.begin() + i)
-      continue;
-    considerNamespace(prefix);
-  }
-  std::sort(m_nsOut.begin(), m_nsOut.end(),
-            [](const auto& a, const auto& b) { return a.first < b.first; });
+  // Sorted and unique (an element may use one prefix many times): the declarations then
+  // come out in canonical order, in O(n log n) even for hostile attribute counts.
+  std::sort(m_candidates.begin(), m_candidates.end());
+  m_candidates.erase(std::unique(m_candidates.begin(), m_candidates.end()), m_candidates.end());
+  for (const std::string_view prefix : m_candidates) considerNamespace(prefix);
 }
 
 void XmlCanonWriter::considerNamespace(std::string_view prefix) {
@@ -330,13 +328,12 @@ bool XmlCanonWriter::collectAttributes(bool isApex) {
   }
   // The apex of an inclusive subset takes the xml:* attributes of its ancestors
   // (nearest first) that it does not carry itself.
-  if (isApex && !m_opt.exclusive) {
-    for (auto it = m_xmlAttrs.rbegin(); it != m_xmlAttrs.rend(); ++it) {
-      bool present = false;
-      for (size_t i = 0; i < m_attrs.size() && !present; ++i) present = m_attrs[i].qname == it->qname;
-      if (present) continue;
-      m_attrs.push_back(OutAttr{it->qname, kXmlNamespace, localNameOf(it->qname), it->value});
-    }
+  if (isApex && !m_opt.exclusive && !m_xmlAttrs.empty()) {
+    std::unordered_set<std::string_view> present;
+    for (const OutAttr& a : m_attrs) present.insert(a.qname);
+    for (auto it = m_xmlAttrs.rbegin(); it != m_xmlAttrs.rend(); ++it)
+      if (present.insert(it->qname).second)
+        m_attrs.push_back(OutAttr{it->qname, kXmlNamespace, localNameOf(it->qname), it->value});
   }
   if (m_opt.attrSortBug) {
     std::sort(m_attrs.begin(), m_attrs.end(),

@@ -190,12 +190,19 @@ TEST(XmlCanon, HostileInputFailsCleanly) {
   EXPECT_TRUE(r.out.empty());
   EXPECT_EQ(r.error.rfind("XML parse error: ", 0), 0u) << r.error;
 
-  // Many attributes within the scanner's limits are sorted and written.
+  // Many namespaces and attributes within the scanner's limits are sorted and written.
   std::string many = "<r";
-  for (int i = 20000; i > 0; --i) many += " a" + std::to_string(i) + "=\"v\"";
+  for (int i = 12000; i > 0; --i) {
+    const std::string n = std::to_string(i);
+    many += " xmlns:p" + n + "=\"urn:" + n + "\" p" + n + ":a=\"v\" a" + n + "=\"v\"";
+  }
   many += "/>";
-  run(r, many, nullptr);
-  ASSERT_TRUE(r.ok) << r.error;
-  const std::string head = "<r a1=\"v\" a10=\"v\" a100=\"v\" a1000=\"v\" a10000=\"v\" a10001=";
-  EXPECT_EQ(r.out.substr(0, head.size()), head);
+  for (int method : {1, 2}) {
+    run(r, many, nullptr, {method});
+    ASSERT_TRUE(r.ok) << r.error;
+    const std::string head = "<r xmlns:p1=\"urn:1\" xmlns:p10=\"urn:10\" xmlns:p100=\"urn:100\"";
+    EXPECT_EQ(r.out.substr(0, head.size()), head);
+    EXPECT_NE(r.out.find("xmlns:p9999=\"urn:9999\" a1=\"v\" a10=\"v\" a100=\"v\""), std::string::npos);
+    EXPECT_NE(r.out.find("a9999=\"v\" p1:a=\"v\" p10:a=\"v\""), std::string::npos);
+  }
 }
