@@ -34,14 +34,16 @@ CanonRun canonicalize(const std::string& xml, int method, bool comments, const c
   return run;
 }
 
-std::string sha1Base64(const std::string& data) {
+std::string digestBase64(const std::string& data, const EVP_MD* md_type) {
   unsigned char md[EVP_MAX_MD_SIZE];
   unsigned int len = 0;
-  EVP_Digest(data.data(), data.size(), md, &len, EVP_sha1(), nullptr);
+  EVP_Digest(data.data(), data.size(), md, &len, md_type, nullptr);
   unsigned char b64[64];
   const int n = EVP_EncodeBlock(b64, md, static_cast<int>(len));
   return std::string(reinterpret_cast<char*>(b64), static_cast<size_t>(n));
 }
+
+std::string sha1Base64(const std::string& data) { return digestBase64(data, EVP_sha1()); }
 
 std::string vector(const std::string& rel) { return testsupport::readFile(testsupport::corpusDir() + "/interop/xmlsec/" + rel); }
 
@@ -114,4 +116,23 @@ TEST(XmlCanonVectors, MerlinTwentyThreeDigests) {
   EXPECT_EQ(sha1Base64(canonicalize(enveloped, 1, false, nullptr).out), "J/O0HhdaPXxx49fgGWMESL09GpA=");
   EXPECT_EQ(sha1Base64(canonicalize(enveloped, 1, false, "xpointer(/)").out), "J/O0HhdaPXxx49fgGWMESL09GpA=");
   EXPECT_EQ(sha1Base64(canonicalize(enveloped, 1, true, "xpointer(/)").out), "MkL9CX8yeABBth1RChyPx58Ls8w=");
+}
+
+// An EBICS response signed by a bank server: the authenticated elements, canonicalized
+// one per call and concatenated, give the signed digest.
+TEST(XmlCanonVectors, EbicsAuthenticatedElementsDigest) {
+  REQUIRE_CORPUS();
+  const std::string doc = testsupport::readFile(testsupport::corpusDir() +
+                                                "/families/ebics/ebics-epics-cd1_init_response/cd1_init_response.xml");
+  ASSERT_FALSE(doc.empty());
+  XmlCanon canon;
+  canon.ebicsMode = true;
+  StringBuffer in(doc), out;
+  _btLogger log;
+  for (int i = 0; i < 100; ++i) {
+    canon.ebicsIndex = i;
+    canon.ebicsCount = 0;
+    if (!canon.xmlCanonicalize(in, "xpointer(//*[@authenticate='true'])", 0, out, log)) break;
+  }
+  EXPECT_EQ(digestBase64(out.str(), EVP_sha256()), "hSf/fZURBW6ihKUUZDMRpqc3kloVZZRjw+DTBxjS7AM=");
 }
