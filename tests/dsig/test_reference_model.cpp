@@ -1,0 +1,69 @@
+// Reading a Reference element into a DSigReference, the digest-method table and the
+// reference's log record.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "LogProbe.h"
+#include "dsig/reference/DSigReference.h"
+#include "support/ClsXml.h"
+#include "support/LogBase.h"
+
+namespace {
+
+void parse(const std::string& xml, DSigReference& ref) {
+  _btLogger log;
+  RcPtr<ClsXml> element(ClsXml::createNewCls());
+  ASSERT_TRUE(element->loadXml(StringBuffer(xml.c_str()), true, log));
+  EXPECT_TRUE(ref.parseReference(element.get(), log));
+}
+
+}  // namespace
+
+TEST(ReferenceModel, ParseAndLogReference) {
+  const std::string transforms =
+      "<ds:Transforms>\n  <ds:Transform Algorithm=\"http://www.w3.org/2000/09/xmldsig#enveloped-signature\"/>\n"
+      "</ds:Transforms>";
+  DSigReference full, bare, withUri;
+  parse("<ds:Reference xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\" Id=\"r1\" URI=\"\">" + transforms +
+            "<ds:DigestMethod Algorithm=\"http://www.w3.org/2001/04/xmldsig-more#sha384\"/>"
+            "<ds:DigestValue>\n    AbC+\r\n\tdE/f\n    gh==  \n</ds:DigestValue></ds:Reference>",
+        full);
+  EXPECT_FALSE(full.uriOmitted);  // present, even though empty
+  EXPECT_EQ(full.id.str(), "r1");
+  EXPECT_EQ(full.transforms.str(), transforms);
+  EXPECT_EQ(full.digestValue.str(), "AbC+dE/fgh==");
+  EXPECT_EQ(full.getHashAlg(), 2);
+
+  parse("<Reference><DigestValue>AA==</DigestValue></Reference>", bare);
+  EXPECT_TRUE(bare.uriOmitted);
+  EXPECT_TRUE(bare.transforms.isEmpty());
+  EXPECT_EQ(bare.getHashAlg(), 1);
+  parse("<Reference URI=\"#x\"/>", withUri);
+
+  // "uriOmitted" is written only for an empty URI.
+  _btLogger log;
+  full.logReference(log);
+  EXPECT_EQ(logprobe::value(log, "uriOmitted"), "0");
+  EXPECT_EQ(logprobe::value(log, "digestValue"), "AbC+dE/fgh==");
+  EXPECT_EQ(logprobe::value(log, "transforms"), transforms);
+  bare.logReference(log);
+  EXPECT_EQ(logprobe::value(log, "uriOmitted"), "1");
+  withUri.logReference(log);
+  EXPECT_EQ(logprobe::value(log, "uri"), "#x");
+  EXPECT_EQ(logprobe::value(log, "uriOmitted"), "<absent>");
+}
+
+TEST(ReferenceModel, DigestMethodTable) {
+  const std::pair<const char*, int> table[] = {
+      {"http://www.w3.org/2000/09/xmldsig#sha1", 1},        {"http://www.w3.org/2001/04/XMLENC#SHA256", 7},
+      {"http://www.w3.org/2001/04/xmldsig-more#sha384", 2}, {"http://www.w3.org/2001/04/xmlenc#sha512", 3},
+      {"http://www.w3.org/2001/04/xmldsig-more#md5", 5},    {"http://www.w3.org/2001/04/xmlenc#ripemd160", 10},
+      {"http://www.w3.org/2001/04/xmldsig-more#sha224", 1}, {"", 1},
+  };
+  for (const auto& [method, hashAlg] : table) {
+    DSigReference ref;
+    ref.digestMethod.setString(method);
+    EXPECT_EQ(ref.getHashAlg(), hashAlg) << method;
+  }
+}
