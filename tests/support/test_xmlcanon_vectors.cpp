@@ -136,3 +136,34 @@ TEST(XmlCanonVectors, EbicsAuthenticatedElementsDigest) {
   }
   EXPECT_EQ(digestBase64(out.str(), EVP_sha256()), "hSf/fZURBW6ihKUUZDMRpqc3kloVZZRjw+DTBxjS7AM=");
 }
+
+// Id references of documents from real signing software (WCF and CXF WS-Security,
+// XAdES from two national toolkits, an Ecuadorian SRI invoice): canonical fragment digests.
+TEST(XmlCanonVectors, RealSignersIdFragmentDigests) {
+  REQUIRE_CORPUS();
+  struct Case {
+    const char* file;
+    const char* id;
+    int method;
+    const EVP_MD* (*md)();
+    const char* digest;
+  };
+  const Case cases[] = {
+      {"wss/wss-wsjs-wcf_valid_resp/valid_wss_resp.xml", "_1", 2, EVP_sha1, "cQ76e3vY/z1AtWTjv81sGkNZG/I="},
+      {"wss/wss-cxf-signed_x509_issuer_serial/signed_x509_issuer_serial.xml", "id-17", 2, EVP_sha1,
+       "ydnnACRLT6oKf1FalVZjqOAzwTY="},
+      {"xades-t/xadest-dss-signature-x-bg-1/Signature-X-BG-1.xml", "SignedProps0", 1, EVP_sha1,
+       "UG++Q/GdmZ4K6r5jGv6JU0j80Vo="},
+      {"xades-t/xadest-dss-signature-x-hu_pol-3/Signature-X-HU_POL-3.xml", "Signature-1__SignedProperties-1", 2,
+       EVP_sha256, "O+0ysUTINiYK70eIMK0r99ZSw9YJfLucRNNuJCUOAAo="},
+      {"other-ec-sri/other-ecsri-calisto-credit-note/signed.xml",
+       "SignedProperties-5bdfc32d-a37f-47c3-90fe-49f5a093b7bf", 1, EVP_sha1, "CecCRnJ++klvInneDBaI8xRVdoo="},
+  };
+  for (const Case& c : cases) {
+    const std::string doc = testsupport::readFile(testsupport::corpusDir() + "/families/" + c.file);
+    ASSERT_FALSE(doc.empty()) << c.file;
+    const CanonRun r = canonicalize(doc, c.method, false, c.id);
+    ASSERT_TRUE(r.ok) << c.file << ": " << r.error;
+    EXPECT_EQ(digestBase64(r.out, c.md()), c.digest) << c.file << " #" << c.id;
+  }
+}
