@@ -1,37 +1,59 @@
-// xmldsig command-line tool: entry point and subcommand dispatch.
+// xmldsig command-line tool: finds the subcommand, parses its options, prints help or
+// runs it. Every failure to understand the command line exits with status 2 and a
+// one-line reason on standard error.
 #include <cstdio>
-#include <cstring>
 #include <string>
+
+#include "cli/CliSupport.h"
+#include "cli/Commands.h"
+#include "cli/Help.h"
+
+using namespace cli;
 
 namespace {
 
-const char* kVersion = "0.1.0";
+bool isHelpWord(const std::string& a) { return a == "--help" || a == "-h" || a == "help"; }
 
-void printUsage(FILE* out) {
-  std::fprintf(out,
-               "usage: xmldsig <command> [options]\n"
-               "\n"
-               "commands:\n"
-               "  version     print the version\n"
-               "  help        print this help\n");
+int printHelpOf(const std::string& name) {
+  const Command* cmd = findCommand(name);
+  if (!cmd) return usageError("unknown command '" + name + "' (try 'xmldsig --help')");
+  std::fputs(commandHelp(cmd->spec()).c_str(), stdout);
+  return kExitOk;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    printUsage(stderr);
-    return 2;
+    std::fputs(toolHelp().c_str(), stderr);
+    return usageError("no command given");
   }
-  std::string cmd = argv[1];
-  if (cmd == "--help" || cmd == "-h" || cmd == "help") {
-    printUsage(stdout);
-    return 0;
+  const std::string name = argv[1];
+  if (isHelpWord(name)) {
+    if (argc > 2) return printHelpOf(argv[2]);
+    std::fputs(toolHelp().c_str(), stdout);
+    return kExitOk;
   }
-  if (cmd == "version" || cmd == "--version") {
-    std::printf("xmldsig %s\n", kVersion);
-    return 0;
+  if (name == "version" || name == "--version") {
+    std::printf("xmldsig %s\n", kToolVersion);
+    return kExitOk;
   }
-  std::fprintf(stderr, "xmldsig: unknown command '%s' (try 'xmldsig --help')\n", cmd.c_str());
-  return 2;
+
+  const Command* cmd = findCommand(name);
+  if (!cmd) return usageError("unknown command '" + name + "' (try 'xmldsig --help')");
+  const CommandSpec& spec = cmd->spec();
+
+  Args args;
+  args.command = name;
+  std::string error;
+  if (!parseArgs(spec.options, argc, argv, 2, args, error)) return usageError(name, error);
+  if (args.has("help")) {
+    std::fputs(commandHelp(spec).c_str(), stdout);
+    return kExitOk;
+  }
+  try {
+    return cmd->run(args);
+  } catch (const std::exception& e) {
+    return usageError(name, std::string("internal error: ") + e.what());
+  }
 }

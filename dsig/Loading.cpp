@@ -1,5 +1,7 @@
 // Loading XML into the verifier, collecting its signatures and selecting one.
 #include "dsig/ClsXmlDSig.h"
+#include "support/ClsBinData.h"
+#include "support/ClsStringBuilder.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 
@@ -11,6 +13,16 @@ bool ClsXmlDSig::LoadSignature(XString& xml) {
   xml.checkFixUtf8Windows1252(m_log);
   m_log.clearLastJsonData();
   return loadSignature(xml, m_log);
+}
+
+bool ClsXmlDSig::LoadSignatureSb(ClsStringBuilder& xml) {
+  OperationFrame frame(*this, "LoadSignatureSb", true);
+  return loadSignature(xml.getXString(), m_log);
+}
+
+bool ClsXmlDSig::LoadSignatureBd(ClsBinData& xml) {
+  OperationFrame frame(*this, "LoadSignatureBd", true);
+  return loadSignatureBd(xml, m_log);
 }
 
 // ---- internal loaders ----
@@ -53,6 +65,28 @@ bool ClsXmlDSig::loadSignature(XString& xml, LogBase& log) {
 
   m_xmlRoot->findSignatures(m_signatures, log);
   // A document without signatures still loads; NumSignatures tells the caller.
+  return true;
+}
+
+// Bytes in any encoding. The ZATCA and MyInvois modes are not re-read from the options:
+// they keep what the last text load set.
+bool ClsXmlDSig::loadSignatureBd(ClsBinData& xml, LogBase& log) {
+  releaseDocument(m_xmlRoot, m_signatures, m_selector);
+
+  // The caller's bytes stay as they were; conversion works on a copy.
+  DataBuffer utf8(xml.getDb());
+  const bool converted = utf8.convertXmlToUtf8(log);
+  m_xmlSb.clear();
+  if (converted) m_xmlSb.takeFromDb(utf8);
+  // Also on failure, so that no flag describes the previous document.
+  detectSpecial(m_xmlSb, log);
+  if (!converted) return false;
+
+  m_xmlRoot = ClsXml::createNewCls();
+  if (!m_xmlRoot) return false;
+  if (!m_xmlRoot->loadXml(m_xmlSb, false, log)) return false;
+
+  m_xmlRoot->findSignatures(m_signatures, log);
   return true;
 }
 

@@ -1,0 +1,52 @@
+#include "cli/FamilyReport.h"
+
+#include "dsig/ClsXmlDSig.h"
+
+namespace cli {
+
+namespace {
+
+// Families recognised here only by text.
+constexpr const char* kEbicsUrn = "urn:org:ebics:";
+constexpr const char* kEbicsNamespaceHost = "www.ebics.org";
+constexpr const char* kEbXmlMsgNamespace = "ebxml-msg";
+constexpr const char* kSwiftSaaNamespace = "urn:swift:saa:xsd:saa.2.0";
+// Saudi ZATCA and Malaysian MyInvois invoices are both UBL with an enveloped XAdES
+// signature; ZATCA's carry the reporting profile, MyInvois' identify parties by TIN.
+constexpr const char* kUblXadesExtension = "urn:oasis:names:specification:ubl:dsig:enveloped:xades";
+constexpr const char* kZatcaProfile = "reporting:1.0";
+constexpr const char* kMyInvoisTinScheme = "schemeID=\"TIN\"";
+
+}  // namespace
+
+FamilyReport describeFamily(const ClsXmlDSig& d) {
+  FamilyReport r;
+  const StringBuffer& text = d.m_xmlSb;
+  const bool ublXades = text.containsSubstring(kUblXadesExtension);
+  // The verification applies these rules whenever the options ask for them, whatever
+  // the text (a byte load does not set the flags from the options itself).
+  const bool zatcaOption = d.m_isZatca || d.m_log.hasUncommonOption("ZATCA", true);
+  const bool myInvoisOption = d.m_isMyInvois || d.m_log.hasUncommonOption("MYINVOIS", true);
+
+  // The verifier's own flags first, in the order of its detection rules.
+  if (d.m_isSiiCl) r.family = "sii-cl";
+  else if (d.m_isSunatPeru) r.family = "sunat-pe";
+  else if (d.m_isCsioz) r.family = "csioz-pl";
+  else if (d.m_dupAttrSortBug) r.family = "attr-sort-bug";
+  else if (d.m_isCmaStp) r.family = "cma-stp";
+  else if (d.m_isDoda) r.family = "doda-mx";
+  else if (d.m_isSkXmlSignedDoc) r.family = "sk-xml";
+  else if (zatcaOption || (ublXades && text.containsSubstring(kZatcaProfile))) r.family = "zatca";
+  else if (myInvoisOption || (ublXades && text.containsSubstring(kMyInvoisTinScheme))) r.family = "myinvois";
+  else if (text.containsSubstring(kEbicsUrn) || text.containsSubstring(kEbicsNamespaceHost)) r.family = "ebics";
+  else if (text.containsSubstring(kEbXmlMsgNamespace)) r.family = "ebxml";
+  else if (text.containsSubstring(kSwiftSaaNamespace)) r.family = "swift-saa";
+  else r.family = "generic";
+
+  // These two are verified by their own rules only when the caller asks for them.
+  if (r.family == "zatca" && !zatcaOption) r.suggestedOptions.push_back("ZATCA");
+  if (r.family == "myinvois" && !myInvoisOption) r.suggestedOptions.push_back("MYINVOIS");
+  return r;
+}
+
+}  // namespace cli

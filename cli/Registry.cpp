@@ -1,0 +1,34 @@
+// The registry of subcommands and the options they share.
+#include "cli/Commands.h"
+
+namespace cli {
+
+const OptionSpec kOptJson{"json", '\0', false, false, "", "Print one JSON object per line instead of text."};
+const OptionSpec kOptLog{"log", '\0', false, false, "",
+                         "Print the verifier's log of each file to standard error."};
+const OptionSpec kOptVerbose{"verbose", 'v', false, false, "",
+                             "Write the verbose log entries too (with --log) and more detail."};
+const OptionSpec kOptOutput{"output", 'o', true, false, "FILE",
+                            "Write the output to FILE instead of standard output."};
+const OptionSpec kOptJobs{"jobs", 'j', true, false, "N",
+                          "Process up to N files at the same time (default 1); output keeps the order "
+                          "of the files."};
+const OptionSpec kOptUncommon{"option", '\0', true, true, "KEYWORD",
+                              "Switch on an uncommon behaviour of the verifier (ZATCA, MYINVOIS, "
+                              "AllowXmlDigestError, VerifyEncapsulatedTimeStamp); may be repeated."};
+const OptionSpec kOptHelp{"help", 'h', false, false, "", "Print this help and exit."};
+
+const std::vector<Command>& commands() {
+  static const std::vector<Command> registry = {
+      {infoSpec, runInfo},
+  };
+  return registry;
+}
+
+const Command* findCommand(const std::string& name) {
+  for (const Command& c : commands())
+    if (name == c.spec().name) return &c;
+  return nullptr;
+}
+
+}  // namespace cli
