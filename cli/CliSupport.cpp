@@ -5,7 +5,6 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -25,28 +24,46 @@ int usageError(const std::string& command, const std::string& reason) {
   return kExitUsage;
 }
 
-bool readInput(const std::string& path, std::string& bytes, std::string& error) {
+namespace {
+
+template <class Container>
+bool readInto(const std::string& path, Container& bytes, std::string& error) {
+  using Byte = typename Container::value_type;
   bytes.clear();
-  if (path == "-") {
-    std::cin >> std::noskipws;
-    bytes.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-    if (std::cin.bad()) {
-      error = "cannot read standard input";
+  std::istream* in = &std::cin;
+  std::ifstream file;
+  if (path != "-") {
+    file.open(path, std::ios::binary);
+    if (!file) {
+      error = "cannot open " + path + ": " + std::strerror(errno);
       return false;
     }
-    return true;
+    in = &file;
+    // Reserve the whole file at once so that a large document is not copied while growing.
+    file.seekg(0, std::ios::end);
+    const std::streamoff size = file.tellg();
+    file.seekg(0, std::ios::beg);
+    if (size > 0) bytes.reserve(static_cast<size_t>(size));
   }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    error = "cannot open " + path + ": " + std::strerror(errno);
-    return false;
-  }
-  bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  if (in.bad()) {
-    error = "cannot read " + path;
+  char chunk[1 << 16];
+  while (in->read(chunk, sizeof chunk) || in->gcount() > 0)
+    bytes.insert(bytes.end(), reinterpret_cast<const Byte*>(chunk),
+                 reinterpret_cast<const Byte*>(chunk) + in->gcount());
+  if (in->bad()) {
+    error = path == "-" ? std::string("cannot read standard input") : "cannot read " + path;
     return false;
   }
   return true;
+}
+
+}  // namespace
+
+bool readInput(const std::string& path, std::string& bytes, std::string& error) {
+  return readInto(path, bytes, error);
+}
+
+bool readInput(const std::string& path, std::vector<unsigned char>& bytes, std::string& error) {
+  return readInto(path, bytes, error);
 }
 
 bool Output::open(const Args& args, std::string& error) {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -23,8 +24,9 @@ constexpr int kExitUsage = 2;    // usage error, or an input that cannot be read
 int usageError(const std::string& reason);
 int usageError(const std::string& command, const std::string& reason);
 
-// Reads a whole file, or standard input for "-". False with a one-line reason.
+// Reads a whole file, or standard input for "-", replacing out. False with a one-line reason.
 bool readInput(const std::string& path, std::string& bytes, std::string& error);
+bool readInput(const std::string& path, std::vector<unsigned char>& bytes, std::string& error);
 
 // Standard output or the file named by -o.
 class Output {

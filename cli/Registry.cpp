@@ -7,7 +7,7 @@ const OptionSpec kOptJson{"json", '\0', false, false, "", "Print one JSON object
 const OptionSpec kOptLog{"log", '\0', false, false, "",
                          "Print the verifier's log of each file to standard error."};
 const OptionSpec kOptVerbose{"verbose", 'v', false, false, "",
-                             "Write the verbose log entries too (with --log) and more detail."};
+                             "Include the verbose entries in the verifier's log (see --log)."};
 const OptionSpec kOptOutput{"output", 'o', true, false, "FILE",
                             "Write the output to FILE instead of standard output."};
 const OptionSpec kOptJobs{"jobs", 'j', true, false, "N",

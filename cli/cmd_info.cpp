@@ -122,16 +122,14 @@ SignatureInfo describeSignature(ClsXmlDSig& d, int index) {
 FileInfo inspectFile(const std::string& file, const Args& args) {
   FileInfo info;
   info.file = file;
-  std::string bytes;
-  if (!readInput(file, bytes, info.error)) return info;
-
   std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
   RcPtr<ClsBinData> data(ClsBinData::createNewCls());
-  if (!dsig || !data || !data->AppendBinary(bytes.data(), bytes.size())) {
+  if (!dsig || !data) {
     info.error = "out of memory";
     return info;
   }
-  bytes = std::string();  // the verifier keeps its own UTF-8 copy
+  // Straight into the byte object: the verifier makes the one UTF-8 copy it keeps.
+  if (!readInput(file, data->getDb().bytes(), info.error)) return info;
   configureVerifier(*dsig, args);
 
   info.loaded = dsig->LoadSignatureBd(*data);
