@@ -24,10 +24,7 @@ int printHelpOf(const std::string& name) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    std::fputs(toolHelp().c_str(), stderr);
-    return usageError("no command given");
-  }
+  if (argc < 2) return usageError("no command given (try 'xmldsig --help')");
   const std::string name = argv[1];
   if (isHelpWord(name)) {
     if (argc > 2) return printHelpOf(argv[2]);
