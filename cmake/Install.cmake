@@ -24,5 +24,6 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/xmldsigConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/xmldsigConfig.cmake ${PROJECT_BINARY_DIR}/xmldsigConfigVersion.cmake
   DESTINATION ${XMLDSIG_CMAKE_DIR})
 
+file(RELATIVE_PATH XMLDSIG_PC_TO_PREFIX "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/xmldsig.pc.in ${PROJECT_BINARY_DIR}/xmldsig.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/xmldsig.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
