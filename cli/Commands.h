@@ -55,4 +55,8 @@ int runC14n(const Args& args);
 const CommandSpec& timestampSpec();
 int runTimestamp(const Args& args);
 
+// Reference digests only; `verify --references-only` runs the same.
+const CommandSpec& refsSpec();
+int runReferences(const Args& args);
+
 }  // namespace cli

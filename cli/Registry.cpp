@@ -21,6 +21,7 @@ const OptionSpec kOptHelp{"help", 'h', false, false, "", "Print this help and ex
 const std::vector<Command>& commands() {
   static const std::vector<Command> registry = {
       {infoSpec, runInfo},
+      {refsSpec, runReferences},
   };
   return registry;
 }
