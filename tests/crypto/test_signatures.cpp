@@ -2,6 +2,7 @@
 // signatures made by the openssl command line.
 #include <gtest/gtest.h>
 
+#include <openssl/err.h>
 #include <openssl/x509.h>
 
 #include <string>
@@ -13,6 +14,7 @@
 #include "crypto/_btHash.h"
 #include "support/DataBuffer.h"
 #include "support/LogBase.h"
+#include "support/StringBuffer.h"
 
 namespace {
 
@@ -241,6 +243,36 @@ TEST(EcdsaVerify, CurvesAndSignatureForms) {
   odd.appendByte(1);
   EXPECT_TRUE(ecVerify(key, odd, file("data.sha256"), valid));
   EXPECT_FALSE(valid);
+}
+
+}  // namespace
+
+namespace {
+
+// Failures leave nothing on OpenSSL's per-thread error queue, where a later, unrelated
+// OpenSSL call would find it.
+TEST(OpenSslErrors, FailuresLeaveTheQueueEmpty) {
+  REQUIRE_SIG_FIXTURES();
+  ERR_clear_error();
+  Key key("rsa2048.pub.der"), other("rsa2048b.pub.der"), ec("ec_p256.pub.der"), small("rsa1024.pub.der");
+  verifyRsa(other, file("rsa2048_sha256.sig"), file("data.sha256"), 7);
+  EXPECT_EQ(ERR_peek_error(), 0ul) << "RSA with another key";
+  verifyRsa(key, tampered(file("rsa2048_pss_sha256.sig")), file("data.sha256"), 7, 3, 7);
+  EXPECT_EQ(ERR_peek_error(), 0ul) << "corrupted PSS signature";
+  verifyRsa(small, file("rsa2048_sha256.sig"), file("data.sha256"), 7);
+  EXPECT_EQ(ERR_peek_error(), 0ul) << "modulus of another size";
+  bool valid = false;
+  ecVerify(ec, tampered(file("ec_p256_sha256.der")), file("data.sha256"), valid);
+  EXPECT_EQ(ERR_peek_error(), 0ul) << "corrupted ECDSA signature";
+  ClsPublicKey* bad = ClsPublicKey::createNewCls();
+  LogNull log;
+  bad->loadAnyDer(file("data.bin"), log);
+  EXPECT_EQ(ERR_peek_error(), 0ul) << "DER that is no key";
+  bad->loadXml(StringBuffer("<ECKeyValue><NamedCurve URI=\"urn:oid:1.2.840.10045.3.1.7\"/>"
+                            "<PublicKey>BAECAw==</PublicKey></ECKeyValue>"),
+               log);
+  EXPECT_EQ(ERR_peek_error(), 0ul) << "EC point off the curve";
+  bad->decRefCount();
 }
 
 }  // namespace
