@@ -139,4 +139,40 @@ TEST(CorpusSignatures, InteropVectorsVerifyUnderTheirKeys) {
   EXPECT_GT(verified, 70);
 }
 
+
+// Saudi ZATCA invoices: ECDSA over secp256k1 with the signature value written in DER,
+// over the SHA-256 of the invoice hash (the first reference's decoded DigestValue).
+TEST(CorpusSignatures, ZatcaInvoicesVerifyWithDerSignatureValues) {
+  REQUIRE_CORPUS();
+  const std::string corpus = testsupport::corpusDir();
+  std::stringstream manifest(testsupport::readFile(corpus + "/families.tsv"));
+  const std::regex digestRe("<([A-Za-z0-9_]+:)?DigestValue[^>]*>([^<]+)<");
+  const std::regex sigValueRe("<([A-Za-z0-9_]+:)?SignatureValue[^>]*>([^<]+)<");
+  const std::regex certRe("<([A-Za-z0-9_]+:)?X509Certificate[^>]*>([^<]+)<");
+  std::string line;
+  std::getline(manifest, line);
+  int verified = 0;
+  while (std::getline(manifest, line)) {
+    const std::vector<std::string> f = splitTabs(line);
+    if (f.size() < 11 || f[1] != "zatca" || f[10] != "yes") continue;
+    const std::string xmlText = testsupport::readFile(corpus + "/" + f[2]);
+    std::smatch digest, sigValue, cert;
+    ASSERT_TRUE(std::regex_search(xmlText, digest, digestRe)) << f[0];
+    ASSERT_TRUE(std::regex_search(xmlText, sigValue, sigValueRe)) << f[0];
+    ASSERT_TRUE(std::regex_search(xmlText, cert, certRe)) << f[0];
+    DataBuffer invoiceHash, hash, sig;
+    const std::string d = digest[2], v = sigValue[2];
+    ContentCoding::decodeBase64ToDb(d.data(), d.size(), invoiceHash);
+    _btHash::doHash(invoiceHash.getData2(), invoiceHash.getSize(), 7, hash);
+    ContentCoding::decodeBase64ToDb(v.data(), v.size(), sig);
+    RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
+    ASSERT_TRUE(key->LoadFromString(XString(cert[2].str().c_str()))) << f[0];
+    ASSERT_NE(key->getPubKey().getEccKey(), nullptr) << f[0];
+    EXPECT_EQ(key->getPubKey().getEccKey()->curveName(), "secp256k1") << f[0];
+    EXPECT_TRUE(verifyWith(key.get(), "#ecdsa-sha256", sig, hash, 7)) << f[0];
+    ++verified;
+  }
+  EXPECT_GE(verified, 10);
+}
+
 }  // namespace
