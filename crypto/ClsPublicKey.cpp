@@ -38,9 +38,11 @@ bool ClsPublicKey::LoadFromString(const XString& text) {
   if (sb.containsSubstring("-----BEGIN")) {
     bytes.append(sb);
     ok = loadAnyBytes(bytes, m_log);
+  } else if (ContentCoding::decodeBase64ToDb(sb.getString(), sb.getSize(), bytes) && !bytes.isEmpty()) {
+    ok = loadAnyDer(bytes, m_log);
   } else {
-    ok = ContentCoding::decodeBase64ToDb(sb.getString(), sb.getSize(), bytes) && loadAnyDer(bytes, m_log);
-    if (bytes.isEmpty()) m_log.LogError("The text is neither PEM nor base64.");
+    m_log.LogError("The text is neither PEM nor base64.");
+    ok = false;
   }
   m_log.logResult(ok);
   return ok;

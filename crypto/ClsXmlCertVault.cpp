@@ -14,7 +14,13 @@ namespace fs = std::filesystem;
 
 ClsXmlCertVault::ClsXmlCertVault() : m_certMgr(CertMgr::create()) {}
 
-ClsXmlCertVault* ClsXmlCertVault::createNewCls() { return new (std::nothrow) ClsXmlCertVault(); }
+ClsXmlCertVault* ClsXmlCertVault::createNewCls() {
+  try {
+    return new (std::nothrow) ClsXmlCertVault();
+  } catch (const std::bad_alloc&) {  // the certificate manager could not be allocated
+    return nullptr;
+  }
+}
 
 bool ClsXmlCertVault::AddCertFile(const XString& path) {
   CritSecExitor lock(*this);

@@ -5,7 +5,13 @@
 
 namespace der {
 
-bool readTlv(const uint8_t* data, size_t size, size_t pos, Tlv& out) {
+namespace {
+
+// Indefinite lengths are found by walking the children, which nest; deeper nesting than
+// any real structure has is refused instead of exhausting the stack.
+const int kMaxIndefiniteDepth = 64;
+
+bool readTlvAt(const uint8_t* data, size_t size, size_t pos, Tlv& out, int depth) {
   out = Tlv();
   out.headerStart = pos;
   if (pos >= size) return false;
@@ -45,6 +51,7 @@ bool readTlv(const uint8_t* data, size_t size, size_t pos, Tlv& out) {
     return true;
   }
   // Indefinite length: walk the children up to the end-of-contents octets.
+  if (depth >= kMaxIndefiniteDepth) return false;
   size_t cur = pos;
   for (;;) {
     if (cur + 2 <= size && data[cur] == 0 && data[cur + 1] == 0) {
@@ -53,10 +60,14 @@ bool readTlv(const uint8_t* data, size_t size, size_t pos, Tlv& out) {
       return true;
     }
     Tlv child;
-    if (!readTlv(data, size, cur, child)) return false;
+    if (!readTlvAt(data, size, cur, child, depth + 1)) return false;
     cur = child.end;
   }
 }
+
+}  // namespace
+
+bool readTlv(const uint8_t* data, size_t size, size_t pos, Tlv& out) { return readTlvAt(data, size, pos, out, 0); }
 
 void appendLength(Bytes& out, size_t length) {
   if (length < 0x80) {

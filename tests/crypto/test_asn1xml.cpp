@@ -146,6 +146,32 @@ TEST(Asn1Xml, InvalidInputFailsWithReason) {
     EXPECT_TRUE(xml.isEmpty());
     EXPECT_FALSE(log.lastErrorLine().empty());
   }
+  // Nesting far deeper than any real structure is refused, not recursed into.
+  std::string deepIndefinite;
+  for (int i = 0; i < 5000; ++i) deepIndefinite += "3080";
+  for (int i = 0; i < 5000; ++i) deepIndefinite += "0000";
+  {
+    LogNull quiet;
+    StringBuffer xml;
+    EXPECT_FALSE(Asn1Xml::derToXml(fromHex(deepIndefinite.c_str()), false, false, xml, nullptr, quiet));
+  }
+  DataBuffer nested;
+  for (int i = 0; i < 200; ++i) {
+    DataBuffer outer;
+    outer.appendByte(0x30);
+    outer.appendByte(0x82);
+    outer.appendByte(static_cast<unsigned char>(nested.getSize() >> 8));
+    outer.appendByte(static_cast<unsigned char>(nested.getSize() & 0xff));
+    outer.append(nested);
+    nested = outer;
+  }
+  {
+    _btLogger deepLog;
+    StringBuffer xml;
+    EXPECT_FALSE(Asn1Xml::derToXml(nested, false, false, xml, nullptr, deepLog));
+    EXPECT_EQ(deepLog.lastErrorLine(), "ASN.1 nesting is too deep.");
+  }
+
   _btLogger log;
   RcPtr<ClsXml> root(ClsXml::createNewCls());
   ASSERT_TRUE(root->loadXml(StringBuffer("<sequence><int>XYZ</int></sequence>"), true, log));
