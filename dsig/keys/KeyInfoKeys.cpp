@@ -1,0 +1,324 @@
+// Candidate verifying keys of the selected signature: everything its KeyInfo yields, in a
+// fixed order of sources, followed by the key the caller set for that signature.
+#include <memory>
+
+#include "crypto/BrantelX509.h"
+#include "crypto/CertRecord.h"
+#include "crypto/CertificateHolder.h"
+#include "crypto/ClsPublicKey.h"
+#include "crypto/DistinguishedName.h"
+#include "crypto/StringHashSet.h"
+#include "crypto/SystemCerts.h"
+#include "crypto/_btHash.h"
+#include "dsig/ClsXmlDSig.h"
+#include "dsig/keys/KeyInfoSources.h"
+#include "support/ClsXml.h"
+#include "support/ContentCoding.h"
+#include "support/DataBuffer.h"
+#include "support/LogBase.h"
+#include "support/XString.h"
+
+namespace keyinfo {
+
+bool issuerSerialToLookUp(ClsXml& keyInfo, const StringHashSet& seen, StringBuffer& issuerCN,
+                          StringBuffer& serialHex, LogBase& log) {
+  StringBuffer issuerName;
+  StringBuffer serial;
+  if (!keyInfo.getChildContentUtf8("*:X509Data|*:X509IssuerSerial|*:X509IssuerName", issuerName, false) ||
+      issuerName.isEmpty())
+    return false;
+  if (!keyInfo.getChildContentUtf8("*:X509Data|*:X509IssuerSerial|*:X509SerialNumber", serial, false) ||
+      serial.isEmpty())
+    return false;
+
+  // Documents write the serial in decimal; the store and the certificates speak hex.
+  log.LogDataSb("sbSerialNumber_dec", serial);
+  XString converted;
+  converted.setFromSbUtf8(serial);
+  converted.reencode("decimal", "hex");
+  serialHex.setString(converted.getUtf8Sb());
+  log.LogDataSb("sbSerialNumber_hex", serialHex);
+
+  // Certificates are found by the issuer's CN only, not the whole issuer name.
+  issuerCN.clear();
+  if (!DistinguishedName::getDnPart(issuerName.getString(), "CN", issuerCN, log)) return false;
+  issuerCN.trim2();
+
+  StringBuffer seenKey;
+  seenKey.append3(issuerCN.getString(), ":", serialHex.getString());
+  return !seen.contains(seenKey.getString());
+}
+
+bool subjectNameToLookUp(ClsXml& keyInfo, const StringHashSet& seen, StringBuffer& reversedDn, LogBase& log) {
+  StringBuffer subject;
+  if (!keyInfo.getChildContentUtf8("*:X509Data|*:X509SubjectName", subject, false) || subject.isEmpty())
+    return false;
+  StringBuffer canonKey;
+  DistinguishedName::toBtCanonHashKey(subject.getString(), canonKey, log);
+  if (seen.contains(canonKey.getString())) return false;
+  reversedDn.clear();
+  ClsXmlDSig::reverseSubjectNameDN(subject, reversedDn);
+  return true;
+}
+
+bool readTokenReference(ClsXml& reference, StringBuffer& uri, StringBuffer& valueType, LogBase& log) {
+  const bool hasUri = reference.getAttrValue("URI", uri);
+  const bool hasValueType = reference.getAttrValue("ValueType", valueType);
+  if (hasUri && hasValueType && uri.beginsWith("#") && valueType.containsSubstring("#X509")) return true;
+  log.LogError("Unhandled security token reference.");
+  log.LogDataSb("uri", uri);
+  log.LogDataSb("valueType", valueType);
+  return false;
+}
+
+ClsXml* findTokenById(ClsXml& root, const StringBuffer& uri) {
+  const char* id = uri.beginsWith("#") ? uri.getString() + 1 : uri.getString();
+  return root.searchForAttribute(nullptr, "*:BinarySecurityToken", "*:Id", false, id);
+}
+
+bool tokenCertificateText(ClsXmlDSig& dsig, ClsXml& token, const StringBuffer& valueType, StringBuffer& out,
+                          LogBase& log) {
+  out.clear();
+  token.getContentSb(out);
+  if (!valueType.containsSubstring("X509PKIPathv1")) return true;
+  StringBuffer lastCert;
+  if (!dsig.pkiPathV1_to_cert(out, lastCert, log)) return false;
+  out.takeSb(lastCert);
+  return true;
+}
+
+}  // namespace keyinfo
+
+namespace {
+
+struct KeyValueForm {
+  const char* tag;
+  bool isRsa;  // RSA goes through the key's public loader, which keeps its own log
+  const char* loadedMsg;
+  const char* failedMsg;
+};
+
+// Fixed order: RSA, DSA, EC.
+constexpr KeyValueForm kKeyValueForms[] = {
+    {"*:RSAKeyValue", true, "Loaded public key from RSA XML in KeyInfo.", "Failed to parse public key RSA XML"},
+    {"*:DSAKeyValue", false, "Loaded public key from DSA XML in KeyInfo.", "Failed to parse public key DSA XML"},
+    {"*:ECKeyValue", false, "Loaded public key from ECDSA XML in KeyInfo.", "Failed to parse public key ECDSA XML"},
+};
+
+// Literal key values. False when a key object cannot be made or a key value is malformed:
+// that ends the whole resolution.
+bool appendKeyValues(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
+  RcPtr<ClsXml> keyValue(keyInfo.getChildWithTagUtf8("*:KeyValue"));
+  if (!keyValue) return true;
+  for (const KeyValueForm& form : kKeyValueForms) {
+    RcPtr<ClsXml> element(keyValue->getChildWithTagUtf8(form.tag));
+    if (!element) continue;
+    RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
+    if (!key) return false;
+    XString xml;
+    element->GetXml(xml);
+    const bool loaded = form.isRsa ? key->LoadXml(xml) : key->loadXml(xml.getUtf8Sb(), log);
+    if (!loaded) {
+      log.LogError(form.failedMsg);
+      return false;
+    }
+    log.LogInfo(form.loadedMsg);
+    keys.appendRefCounted(key.release());
+  }
+  return true;
+}
+
+void appendEmbeddedCerts(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys,
+                         LogBase& log) {
+  RcPtr<ClsXml> x509Data(keyInfo.findChild("*:X509Data"));
+  if (!x509Data) return;
+  const int n = x509Data->numChildrenHavingTagUtf8("*:X509Certificate", log);
+  log.LogDataLong("numX509Certificates", n);
+  for (int i = 0; i < n; ++i) {
+    x509Data->put_I(i);
+    StringBuffer certText;
+    if (!x509Data->getChildContentUtf8("*:X509Certificate[i]", certText, false) || certText.isEmpty()) continue;
+    if (ClsPublicKey* key = dsig.publicKeyFromCertBase64(certText, seen, log)) keys.appendRefCounted(key);
+  }
+}
+
+void appendStoreKeyByIdentifier(ClsXmlDSig& dsig, SystemCerts& store, ClsXml& tokenRef, ExtPtrArrayRc& keys,
+                                LogBase& log) {
+  StringBuffer identifier;
+  if (!tokenRef.getChildContentUtf8("*:KeyIdentifier", identifier, false) || identifier.isEmpty()) return;
+  StringBuffer valueType;
+  tokenRef.getChildAttrValue("*:KeyIdentifier", "ValueType", valueType);
+  log.LogDataSb("ValueType", valueType);
+
+  ClsPublicKey* key = nullptr;
+  if (valueType.endsWith("#X509v3")) {
+    // The identifier carries the whole certificate.
+    std::unique_ptr<CertificateHolder> holder =
+        CertificateHolder::createFromBase64(identifier.getString(), identifier.getSize(), &store, log);
+    CertRecord* record = holder ? holder->getCertPtr(log) : nullptr;
+    if (BrantelX509* cert = record ? record->getX509Ptr() : nullptr) key = dsig.publicKeyFromX509(cert, log);
+  } else {
+    CertRecord* record = store.findBySubjectKeyId(identifier.getString(), log);
+    if (BrantelX509* cert = record ? record->getX509Ptr() : nullptr) key = dsig.publicKeyFromX509(cert, log);
+  }
+  if (key) keys.appendRefCounted(key);
+}
+
+// SecurityTokenReference/Reference to a BinarySecurityToken of the document. Falls back to
+// the first token of the document when none carries the referenced Id.
+bool appendReferencedTokenKey(ClsXmlDSig& dsig, ClsXml& reference, StringHashSet& seen, ExtPtrArrayRc& keys,
+                              LogBase& log) {
+  StringBuffer uri;
+  StringBuffer valueType;
+  if (!keyinfo::readTokenReference(reference, uri, valueType, log)) return false;
+  log.LogInfo("Need to locate BinarySecurityToken within XML...");
+  log.LogDataSb("URI", uri);
+  if (!dsig.m_xmlRoot) return false;
+
+  RcPtr<ClsXml> token(keyinfo::findTokenById(*dsig.m_xmlRoot, uri));
+  if (!token) {
+    log.LogInfo("Did not find a BinarySecurityToken with the specified URI.  Looking for any BinarySecurityToken...");
+    token.reset(dsig.m_xmlRoot->searchForTag(nullptr, "*:BinarySecurityToken"));
+    if (!token) {
+      log.LogError("Failed to find the wsse:BinarySecurityToken element");
+      return false;
+    }
+  }
+  StringBuffer certText;
+  if (!keyinfo::tokenCertificateText(dsig, *token, valueType, certText, log)) return false;
+  ClsPublicKey* key = dsig.publicKeyFromCertBase64(certText, seen, log);
+  if (!key) {
+    log.LogError("Failed to get public key from cert.");
+    return false;
+  }
+  keys.appendRefCounted(key);
+  return true;
+}
+
+// SecurityTokenReference/KeyIdentifier holding a SHA-1 thumbprint. The thumbprint of the
+// document's first X.509 token is logged for the record but not compared: that token's
+// certificate is the one used.
+bool appendThumbprintTokenKey(ClsXmlDSig& dsig, ClsXml& tokenRef, StringHashSet& seen, ExtPtrArrayRc& keys,
+                              LogBase& log) {
+  RcPtr<ClsXml> identifier(tokenRef.getChildWithTagUtf8("*:KeyIdentifier"));
+  if (!identifier) return true;
+  log.LogInfo("We have a *:SecurityTokenReference/KeyIdentifier...");
+  StringBuffer encodingType;
+  StringBuffer valueType;
+  StringBuffer identData;
+  identifier->getAttrValue("EncodingType", encodingType);
+  identifier->getAttrValue("ValueType", valueType);
+  identifier->getContentSb(identData);
+  if (!valueType.containsSubstring("ThumbprintSHA1")) return true;
+
+  log.LogInfo("Need to find the cert from the binary security token with a given SHA1 thumbprint...");
+  log.LogDataSb("sbKeyIdentData", identData);
+  log.LogInfo("Need to locate BinarySecurityToken within XML...");
+  if (!dsig.m_xmlRoot) return false;
+  RcPtr<ClsXml> token(dsig.m_xmlRoot->searchForAttribute(nullptr, "*:BinarySecurityToken", "*:ValueType", false,
+                                                         "*#X509v3"));
+  if (!token) {
+    log.LogError("Failed to find the wsse:BinarySecurityToken element");
+    return false;
+  }
+  StringBuffer certText;
+  token->getContentSb(certText);
+  DataBuffer der;
+  ContentCoding::decodeBase64ToDb(certText.getString(), certText.getSize(), der);
+  DataBuffer sha1;
+  _btHash::doHash(der.getData2(), der.getSize(), 1, sha1);
+  StringBuffer sha1Base64;
+  sha1.encodeDB("base64", sha1Base64);
+  log.LogDataSb("sbSha1Base64", sha1Base64);
+
+  ClsPublicKey* key = dsig.publicKeyFromCertBase64(certText, seen, log);
+  if (!key) {
+    log.LogError("Failed to get public key from cert.");
+    return false;
+  }
+  log.LogInfo("Got public key from base64 cert.");
+  keys.appendRefCounted(key);
+  return true;
+}
+
+bool appendSecurityTokenKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys,
+                             LogBase& log) {
+  RcPtr<ClsXml> tokenRef(keyInfo.getChildWithTagUtf8("*:SecurityTokenReference"));
+  if (!tokenRef) return true;
+  if (log.m_verboseLogging) log.LogInfo("Check for and handle SecurityTokenReference cases..");
+
+  if (SystemCerts* store = dsig.systemCerts()) appendStoreKeyByIdentifier(dsig, *store, *tokenRef, keys, log);
+
+  RcPtr<ClsXml> reference(tokenRef->getChildWithTagUtf8("*:Reference"));
+  if (reference) {
+    if (log.m_verboseLogging) log.LogInfo("We have a *:Reference...");
+    if (!appendReferencedTokenKey(dsig, *reference, seen, keys, log)) return false;
+  }
+  return appendThumbprintTokenKey(dsig, *tokenRef, seen, keys, log);
+}
+
+}  // namespace
+
+ClsXml* ClsXmlDSig::getKeyInfo(LogBase& log) {
+  LogContextExitor ctx(log, "getKeyInfo");
+  log.LogDataLong("numSignatures", m_signatures.getSize());
+  log.LogDataLong("selector", m_selector);
+  ClsXml* signature = static_cast<ClsXml*>(m_signatures.elementAt(m_selector));
+  if (!signature) return nullptr;
+  ClsXml* keyInfo = signature->getChildWithTagUtf8("*:KeyInfo");
+  if (!keyInfo) log.LogError("No KeyInfo child.");
+  return keyInfo;
+}
+
+ClsXml* ClsXmlDSig::GetKeyInfo() {
+  OperationFrame frame(*this, "GetKeyInfo", true);
+  return getKeyInfo(m_log);
+}
+
+bool ClsXmlDSig::publicKeyFromKeyInfo(ClsXml* keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
+  LogContextExitor ctx(log, "publicKeyFromKeyInfo");
+  if (!keyInfo) return false;
+  StringHashSet seen(keyinfo::kSeenCertsCapacity);
+
+  if (!appendKeyValues(*keyInfo, keys, log)) return false;
+  appendEmbeddedCerts(*this, *keyInfo, seen, keys, log);
+
+  StringBuffer issuerCN;
+  StringBuffer serialHex;
+  if (keyinfo::issuerSerialToLookUp(*keyInfo, seen, issuerCN, serialHex, log)) {
+    if (ClsPublicKey* key = getPublicKeyByIssuerNameAndSerial(issuerCN.getString(), serialHex.getString(), log))
+      keys.appendRefCounted(key);
+  }
+
+  StringBuffer subjectDn;
+  if (keyinfo::subjectNameToLookUp(*keyInfo, seen, subjectDn, log)) {
+    if (ClsPublicKey* key = getPublicKeyBySubjectName(subjectDn.getString(), log)) keys.appendRefCounted(key);
+  }
+
+  StringBuffer ski;
+  if (keyInfo->getChildContentUtf8("*:X509Data|*:X509SKI", ski, false) && !ski.isEmpty()) {
+    if (ClsPublicKey* key = getPublicKeyBySKI(ski.getString(), log)) keys.appendRefCounted(key);
+  }
+
+  return appendSecurityTokenKeys(*this, *keyInfo, seen, keys, log);
+}
+
+bool ClsXmlDSig::getPublicKey(bool bKeyInfoOnly, ExtPtrArrayRc& keys, LogBase& log) {
+  LogContextExitor ctx(log, "getXmlDsigPublicKey");
+  if (log.m_verboseLogging) log.LogDataLong("bKeyInfoOnly", bKeyInfoOnly ? 1 : 0);
+
+  if (ClsXml* keyInfo = getKeyInfo(log)) {
+    publicKeyFromKeyInfo(keyInfo, keys, log);
+    if (log.m_verboseLogging) log.LogDataLong("numPublicKeys", keys.getSize());
+    keyInfo->decRefCount();
+  }
+
+  // The caller's key for this signature is tried after every key KeyInfo gave.
+  if (!bKeyInfoOnly) {
+    if (RefCountedObject* callerKey = m_publicKeys.elementAt(m_selector)) {
+      callerKey->incRefCount();
+      keys.appendRefCounted(callerKey);
+    }
+  }
+  return keys.getSize() > 0;
+}

@@ -1,0 +1,204 @@
+// Test fixtures for key resolution: RSA keys and self-signed certificates made by the
+// openssl command line (once per test process, into a temporary directory), small
+// signature documents around a hand-written KeyInfo, and readers of the structured log.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "LogProbe.h"
+#include "TestSupport.h"
+#include "crypto/ClsPublicKey.h"
+#include "crypto/ClsXmlCertVault.h"
+#include "dsig/ClsXmlDSig.h"
+#include "support/ContentCoding.h"
+#include "support/DataBuffer.h"
+#include "support/LogBase.h"
+#include "support/StringBuffer.h"
+#include "support/XString.h"
+
+namespace keyfixtures {
+
+struct TestCert {
+  std::string derPath;        // the certificate, DER file
+  std::string certDer;        // its bytes
+  std::string certBase64;     // one line
+  std::string spkiDer;        // its public key as SubjectPublicKeyInfo DER (openssl's view)
+  std::string modulusBase64;  // RSA modulus, for RSAKeyValue
+  std::string sha1Base64;     // SHA-1 of the DER (the WS-Security thumbprint)
+};
+
+struct Fixtures {
+  bool ok = false;
+  std::string dir;
+  TestCert one;    // CN=Key One, serial 4096 (hex 1000)
+  TestCert two;    // CN=Key Two, serial 255 (hex FF)
+  TestCert three;  // CN=Key Three, serial 77
+  TestCert noCn;   // subject and issuer without a CN
+};
+
+inline std::string base64(const std::string& bytes) {
+  StringBuffer out;
+  ContentCoding::encodeBase64(bytes.data(), bytes.size(), out);
+  return out.str();
+}
+
+inline std::string unbase64(const std::string& text) {
+  DataBuffer out;
+  ContentCoding::decodeBase64ToDb(text.data(), text.size(), out);
+  return std::string(out.view());
+}
+
+inline std::string hexToBytes(const std::string& hex) {
+  DataBuffer out;
+  ContentCoding::decodeHexToDb(hex.data(), hex.size(), out);
+  return std::string(out.view());
+}
+
+// Base64 text broken into lines of 64 characters, each line ended by lineEnd.
+inline std::string wrap64(const std::string& b64, const std::string& lineEnd) {
+  std::string out;
+  for (size_t i = 0; i < b64.size(); i += 64) out += b64.substr(i, 64) + lineEnd;
+  return out;
+}
+
+inline bool makeCert(const std::string& dir, const std::string& name, const std::string& subject, int serial,
+                     TestCert& cert) {
+  const std::string base = dir + "/" + name;
+  const std::string cmd = "cd '" + dir + "' && openssl req -x509 -newkey rsa:2048 -nodes -keyout " + name +
+                          ".key -out " + name + ".pem -subj '" + subject + "' -days 3650 -set_serial " +
+                          std::to_string(serial) + " >/dev/null 2>&1 && openssl x509 -in " + name +
+                          ".pem -outform DER -out " + name + ".der && openssl pkey -in " + name +
+                          ".key -pubout -outform DER -out " + name + ".spki && openssl rsa -in " + name +
+                          ".key -noout -modulus > " + name + ".mod 2>/dev/null && openssl dgst -sha1 -binary " +
+                          name + ".der > " + name + ".sha1";
+  if (std::system(cmd.c_str()) != 0) return false;
+  cert.derPath = base + ".der";
+  cert.certDer = testsupport::readFile(base + ".der");
+  cert.certBase64 = base64(cert.certDer);
+  cert.spkiDer = testsupport::readFile(base + ".spki");
+  cert.sha1Base64 = base64(testsupport::readFile(base + ".sha1"));
+  std::string modulus = testsupport::readFile(base + ".mod");  // "Modulus=ABCD...\n"
+  const size_t eq = modulus.find('=');
+  if (eq == std::string::npos) return false;
+  modulus = modulus.substr(eq + 1);
+  while (!modulus.empty() && (modulus.back() == '\n' || modulus.back() == '\r')) modulus.pop_back();
+  cert.modulusBase64 = base64(hexToBytes(modulus));
+  return !cert.certDer.empty() && !cert.spkiDer.empty();
+}
+
+inline const Fixtures& fixtures() {
+  static const Fixtures made = [] {
+    Fixtures f;
+    f.dir = testsupport::makeTempDir("keys");
+    if (f.dir.empty()) return f;
+    f.ok = makeCert(f.dir, "one", "/C=US/O=Example Org/CN=Key One", 4096, f.one) &&
+           makeCert(f.dir, "two", "/C=US/O=Example Org/CN=Key Two", 255, f.two) &&
+           makeCert(f.dir, "three", "/C=US/O=Example Org/CN=Key Three", 77, f.three) &&
+           makeCert(f.dir, "nocn", "/C=US/O=No Common Name Org", 12, f.noCn);
+    return f;
+  }();
+  return made;
+}
+
+#define REQUIRE_KEY_FIXTURES()                                                            \
+  do {                                                                                    \
+    if (!keyfixtures::fixtures().ok) GTEST_SKIP() << "openssl could not make the test keys"; \
+  } while (0)
+
+// A document with one signature whose KeyInfo content is keyInfo (omitted when empty), and
+// optional content (e.g. security tokens) placed before the signature.
+inline std::string signatureDoc(const std::string& keyInfo, const std::string& before = "") {
+  std::string doc =
+      "<root xmlns:wsse=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd\""
+      " xmlns:wsu=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-utility-1.0.xsd\">" +
+      before +
+      "<ds:Signature xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"><ds:SignedInfo/>"
+      "<ds:SignatureValue>AA==</ds:SignatureValue>";
+  if (!keyInfo.empty()) doc += "<ds:KeyInfo>" + keyInfo + "</ds:KeyInfo>";
+  return doc + "</ds:Signature></root>";
+}
+
+inline std::string x509Data(const std::vector<std::string>& certsBase64) {
+  std::string out = "<ds:X509Data>";
+  for (const std::string& c : certsBase64) out += "<ds:X509Certificate>" + c + "</ds:X509Certificate>";
+  return out + "</ds:X509Data>";
+}
+
+inline std::string rsaKeyValue(const std::string& modulusBase64) {
+  return "<ds:KeyValue><ds:RSAKeyValue><ds:Modulus>" + modulusBase64 +
+         "</ds:Modulus><ds:Exponent>AQAB</ds:Exponent></ds:RSAKeyValue></ds:KeyValue>";
+}
+
+inline std::string x509v3Token(const std::string& id, const std::string& content,
+                               const std::string& valueType =
+                                   "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-x509-token-profile-1.0#X509v3") {
+  return "<wsse:BinarySecurityToken wsu:Id=\"" + id + "\" ValueType=\"" + valueType +
+         "\" EncodingType=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-soap-message-security-1.0#Base64Binary\">" +
+         content + "</wsse:BinarySecurityToken>";
+}
+
+// A DER SEQUENCE around the given (already DER) elements: the X509PKIPathv1 form.
+inline std::string derSequence(const std::string& content) {
+  std::string out = "\x30";
+  const size_t n = content.size();
+  if (n < 0x80) {
+    out += static_cast<char>(n);
+  } else {
+    std::string len;
+    for (size_t v = n; v; v >>= 8) len.insert(len.begin(), static_cast<char>(v & 0xFF));
+    out += static_cast<char>(0x80 | len.size());
+    out += len;
+  }
+  return out + content;
+}
+
+// ---- verifier, keys and vaults ----
+
+inline std::unique_ptr<ClsXmlDSig> loadedVerifier(const std::string& xml) {
+  std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
+  XString text(xml.c_str());
+  EXPECT_TRUE(dsig->LoadSignature(text)) << dsig->lastErrorText();
+  return dsig;
+}
+
+inline std::string keyDer(RefCountedObject* key) {
+  DataBuffer der;
+  LogNull quiet;
+  static_cast<ClsPublicKey*>(key)->getPublicKeyDer(false, der, quiet);
+  return std::string(der.view());
+}
+
+inline RcPtr<ClsPublicKey> publicKeyOf(const TestCert& cert) {
+  RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
+  LogNull quiet;
+  EXPECT_TRUE(key->loadAnyDer(DataBuffer(cert.spkiDer.data(), cert.spkiDer.size()), quiet));
+  return key;
+}
+
+inline RcPtr<ClsXmlCertVault> vaultWith(const std::vector<std::string>& certFiles) {
+  RcPtr<ClsXmlCertVault> vault(ClsXmlCertVault::createNewCls());
+  for (const std::string& path : certFiles) EXPECT_TRUE(vault->AddCertFile(XString(path.c_str()))) << path;
+  return vault;
+}
+
+// The public key of a DER certificate file as openssl extracts it (SubjectPublicKeyInfo DER).
+inline std::string spkiOfCertFile(const std::string& derPath) {
+  const std::string out = testsupport::makeTempDir("spki") + "/key.der";
+  const std::string cmd = "openssl x509 -inform DER -in '" + derPath + "' -pubkey -noout | openssl pkey -pubin -outform DER -out '" + out + "'";
+  return std::system(cmd.c_str()) == 0 ? testsupport::readFile(out) : std::string();
+}
+
+// ---- the structured log ----
+
+inline bool hasContext(const std::vector<LogEntry>& entries, const std::string& name) {
+  for (const LogEntry& e : entries)
+    if (e.kind == LogEntry::Kind::Context && (e.key == name || hasContext(e.children, name))) return true;
+  return false;
+}
+inline bool hasContext(const _btLogger& log, const std::string& name) { return hasContext(log.entries(), name); }
+
+}  // namespace keyfixtures

@@ -1,0 +1,178 @@
+// Candidate keys from KeyInfo: the order of the sources, what stops resolution, the store
+// lookups by reference, and WS-Security token references.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "KeyTestFixtures.h"
+#include "crypto/ClsPublicKey.h"
+#include "crypto/ClsXmlCertVault.h"
+#include "dsig/ClsXmlDSig.h"
+#include "support/ClsXml.h"
+
+using namespace keyfixtures;
+
+namespace {
+
+std::vector<std::string> resolve(ClsXmlDSig& dsig, bool keyInfoOnly, _btLogger& log, bool* result = nullptr) {
+  ExtPtrArrayRc keys;
+  const bool ok = dsig.getPublicKey(keyInfoOnly, keys, log);
+  if (result) *result = ok;
+  std::vector<std::string> ders;
+  for (int i = 0; i < keys.getSize(); ++i) ders.push_back(keyDer(keys.elementAt(i)));
+  return ders;
+}
+
+const std::string kX509v3 = "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-x509-token-profile-1.0#X509v3";
+
+std::string tokenReference(const std::string& uri, const std::string& valueType = kX509v3) {
+  return "<wsse:SecurityTokenReference><wsse:Reference URI=\"" + uri + "\" ValueType=\"" + valueType +
+         "\"/></wsse:SecurityTokenReference>";
+}
+
+}  // namespace
+
+TEST(KeyInfoKeys, KeyValuesFirstThenEmbeddedCertificatesInDocumentOrder) {
+  REQUIRE_KEY_FIXTURES();
+  const Fixtures& f = fixtures();
+  auto dsig = loadedVerifier(signatureDoc(rsaKeyValue(f.one.modulusBase64) +
+                                          x509Data({f.two.certBase64, f.one.certBase64, ""})));
+  _btLogger log;
+  EXPECT_EQ(resolve(*dsig, true, log), (std::vector<std::string>{f.one.spkiDer, f.two.spkiDer, f.one.spkiDer}));
+  EXPECT_TRUE(log.containsText("Loaded public key from RSA XML in KeyInfo."));
+  EXPECT_EQ(logprobe::value(log, "numX509Certificates"), "3");
+}
+
+TEST(KeyInfoKeys, MalformedKeyValueStopsResolutionButTheCallerKeyStillFollows) {
+  REQUIRE_KEY_FIXTURES();
+  const Fixtures& f = fixtures();
+  auto dsig = loadedVerifier(signatureDoc(
+      "<ds:KeyValue><ds:RSAKeyValue><ds:Exponent>AQAB</ds:Exponent></ds:RSAKeyValue></ds:KeyValue>" +
+      x509Data({f.one.certBase64})));
+  _btLogger log;
+  bool ok = true;
+  EXPECT_TRUE(resolve(*dsig, true, log, &ok).empty());
+  EXPECT_FALSE(ok);
+  EXPECT_TRUE(log.containsText("Failed to parse public key RSA XML"));
+  EXPECT_FALSE(log.containsText("numX509Certificates"));
+
+  auto callerKey = publicKeyOf(f.two);
+  ASSERT_TRUE(dsig->SetPublicKey(*callerKey));
+  EXPECT_EQ(resolve(*dsig, false, log, &ok), std::vector<std::string>{f.two.spkiDer});
+  EXPECT_TRUE(ok);
+}
+
+TEST(KeyInfoKeys, IssuerSerialAsksTheStoreByIssuerCnAndHexSerialUnlessEmbedded) {
+  REQUIRE_KEY_FIXTURES();
+  const Fixtures& f = fixtures();
+  auto vault = vaultWith({f.one.derPath, f.two.derPath, f.noCn.derPath});
+  auto issuerSerial = [](const std::string& issuer, const std::string& serial) {
+    return "<ds:X509IssuerSerial><ds:X509IssuerName>" + issuer + "</ds:X509IssuerName><ds:X509SerialNumber>" +
+           serial + "</ds:X509SerialNumber></ds:X509IssuerSerial>";
+  };
+  struct Case {
+    std::string x509DataContent;
+    std::vector<std::string> keys;
+    bool storeAsked;
+    std::string serialHex;
+  } cases[] = {
+      // Embedded and referenced: its CN-and-serial key is already known, the store is not asked.
+      {"<ds:X509Certificate>" + f.one.certBase64 + "</ds:X509Certificate>" +
+           issuerSerial("CN=Key One,O=Example Org,C=US", "4096"),
+       {f.one.spkiDer}, false, "1000"},
+      {issuerSerial("CN= Key Two ,O=Example Org,C=US", "255"), {f.two.spkiDer}, true, "FF"},
+      {issuerSerial("O=No Common Name Org,C=US", "12"), {}, false, "0C"},
+  };
+  for (const Case& c : cases) {
+    auto dsig = loadedVerifier(signatureDoc("<ds:X509Data>" + c.x509DataContent + "</ds:X509Data>"));
+    ASSERT_TRUE(dsig->UseCertVault(*vault));
+    _btLogger log;
+    EXPECT_EQ(resolve(*dsig, true, log), c.keys) << c.x509DataContent;
+    EXPECT_EQ(hasContext(log, "getPublicKeyByIssuerNameAndSerial"), c.storeAsked) << c.x509DataContent;
+    EXPECT_EQ(logprobe::value(log, "sbSerialNumber_hex"), c.serialHex);
+  }
+}
+
+TEST(KeyInfoKeys, CorpusReferencesBySubjectIssuerSerialAndSkiResolveThroughTheVault) {
+  REQUIRE_CORPUS();
+  const std::string keys = testsupport::corpusDir() + "/interop/xmlsec/keys/";
+  const std::string signer = spkiOfCertFile(keys + "rsa/rsa-4096-cert.der");
+  for (const char* name : {"enveloped-x509-subjectname", "enveloped-x509-issuerserial", "enveloped-x509-ski"}) {
+    auto dsig = loadedVerifier(testsupport::readFile(testsupport::corpusDir() +
+                                                     "/interop/xmlsec/aleksey-xmldsig-01/" + name + ".xml"));
+    _btLogger log;
+    EXPECT_TRUE(resolve(*dsig, true, log).empty()) << name << ": nothing to find before the vault is attached";
+    auto vault = vaultWith({keys + "rsa/rsa-4096-cert.der", keys + "ca2cert.der", keys + "cacert.der"});
+    ASSERT_TRUE(dsig->UseCertVault(*vault));
+    EXPECT_EQ(resolve(*dsig, true, log), std::vector<std::string>{signer}) << name;
+  }
+}
+
+TEST(KeyInfoKeys, TokenReferencesToBinarySecurityTokens) {
+  REQUIRE_KEY_FIXTURES();
+  const Fixtures& f = fixtures();
+  const std::string lookingForAny =
+      "Did not find a BinarySecurityToken with the specified URI.  Looking for any BinarySecurityToken...";
+  {  // The Id is found; a missing Id falls back to the document's first token.
+    for (const char* uri : {"#tok-2", "#nobody"}) {
+      auto dsig = loadedVerifier(signatureDoc(tokenReference(uri), x509v3Token("tok-2", f.two.certBase64)));
+      _btLogger log;
+      EXPECT_EQ(resolve(*dsig, true, log), std::vector<std::string>{f.two.spkiDer}) << uri;
+      EXPECT_EQ(log.containsText(lookingForAny), std::string(uri) == "#nobody");
+      EXPECT_EQ(logprobe::value(log, "URI"), uri);
+    }
+  }
+  {  // A PKI path token gives its last certificate.
+    const std::string path = base64(derSequence(f.one.certDer + f.two.certDer + f.three.certDer));
+    const std::string pathType = "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-x509-token-profile-1.0#X509PKIPathv1";
+    auto dsig = loadedVerifier(signatureDoc(tokenReference("#p", pathType), x509v3Token("p", path, pathType)));
+    _btLogger log;
+    EXPECT_EQ(resolve(*dsig, true, log), std::vector<std::string>{f.three.spkiDer});
+  }
+  {  // A reference that is not "#id": false, but keys found before it stay.
+    auto dsig = loadedVerifier(signatureDoc(x509Data({f.one.certBase64}) + tokenReference("cid:part1")));
+    _btLogger log;
+    ExtPtrArrayRc keys;
+    EXPECT_FALSE(dsig->publicKeyFromKeyInfo(RcPtr<ClsXml>(dsig->getKeyInfo(log)).get(), keys, log));
+    EXPECT_EQ(keys.getSize(), 1);
+    EXPECT_TRUE(log.containsText("Unhandled security token reference."));
+    EXPECT_EQ(logprobe::value(log, "uri"), "cid:part1");
+    EXPECT_EQ(logprobe::value(log, "valueType"), kX509v3);
+  }
+}
+
+TEST(KeyInfoKeys, ThumbprintIdentifierUsesTheFirstX509TokenWhateverItsThumbprint) {
+  REQUIRE_KEY_FIXTURES();
+  const Fixtures& f = fixtures();
+  const std::string keyIdentifier =
+      "<wsse:SecurityTokenReference><wsse:KeyIdentifier ValueType=\"http://docs.oasis-open.org/wss/"
+      "oasis-wss-soap-message-security-1.1#ThumbprintSHA1\">" +
+      f.one.sha1Base64 + "</wsse:KeyIdentifier></wsse:SecurityTokenReference>";
+  const std::string tokens = x509v3Token("other", "AAAA", "urn:example:not-a-certificate") +
+                             x509v3Token("first", f.two.certBase64) + x509v3Token("second", f.one.certBase64);
+  auto dsig = loadedVerifier(signatureDoc(keyIdentifier, tokens));
+  _btLogger log;
+  EXPECT_EQ(resolve(*dsig, true, log), std::vector<std::string>{f.two.spkiDer});
+  EXPECT_EQ(logprobe::value(log, "sbKeyIdentData"), f.one.sha1Base64);
+  EXPECT_EQ(logprobe::value(log, "sbSha1Base64"), f.two.sha1Base64);
+  EXPECT_TRUE(log.containsText("Got public key from base64 cert."));
+}
+
+TEST(KeyInfoKeys, NoKeyInfoYieldsOnlyTheCallerKey) {
+  REQUIRE_KEY_FIXTURES();
+  std::unique_ptr<ClsXmlDSig> empty(ClsXmlDSig::createNewCls());
+  EXPECT_EQ(empty->GetKeyInfo(), nullptr);
+  EXPECT_FALSE(empty->m_log.containsText("No KeyInfo child."));  // no signature selected at all
+
+  auto dsig = loadedVerifier(signatureDoc(""));
+  EXPECT_EQ(dsig->GetKeyInfo(), nullptr);
+  EXPECT_TRUE(dsig->m_log.containsText("No KeyInfo child."));
+  auto callerKey = publicKeyOf(fixtures().one);
+  ASSERT_TRUE(dsig->SetPublicKey(*callerKey));
+  _btLogger log;
+  bool ok = true;
+  EXPECT_TRUE(resolve(*dsig, true, log, &ok).empty());
+  EXPECT_FALSE(ok);
+  EXPECT_EQ(resolve(*dsig, false, log, &ok), std::vector<std::string>{fixtures().one.spkiDer});
+  EXPECT_TRUE(ok);
+}
