@@ -1,0 +1,341 @@
+// VerifySignature: verifies the selected signature from end to end. Every reference is
+// checked first (none is skipped after a failure), then the signature is located in the
+// document text, its SignedInfo canonicalized in place (with the document-family cases),
+// hashed, and the signature value checked under every candidate key.
+#include <memory>
+
+#include "crypto/Hmac.h"
+#include "crypto/DsaVerifier.h"
+#include "crypto/EccKey.h"
+#include "crypto/KeyData.h"
+#include "crypto/RsaVerifier.h"
+#include "crypto/_btPublicKey.h"
+#include "crypto/_btHash.h"
+#include "crypto/ClsPublicKey.h"
+#include "dsig/ClsXmlDSig.h"
+#include "dsig/DocumentFamilyMarkers.h"
+#include "dsig/reference/DSigReference.h"
+#include "support/ClsXml.h"
+#include "support/ContentCoding.h"
+#include "support/ExtPtrArray.h"
+#include "support/LogBase.h"
+#include "xml/XmlCanon.h"
+#include "xml/XmlSigLocate.h"
+
+namespace {
+
+// The SII web domain without its leading host label ("www.sii.cl" -> "sii.cl"), as the
+// SII failure message names it.
+std::string siiDomainWithoutHost() {
+  std::string domain = dsig_family::kChileSiiDomain;
+  size_t dot = domain.find('.');
+  return dot == std::string::npos ? domain : domain.substr(dot + 1);
+}
+
+}  // namespace
+
+bool ClsXmlDSig::VerifySignature(bool verifyReferenceDigests) {
+  OperationFrame frame(*this, "VerifySignature", true);
+  return verifySignature(verifyReferenceDigests, m_log);
+}
+
+bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
+  log.LogDataSb("uncommonOptions", log.m_uncommonOptions);
+  m_isZatca = log.hasUncommonOption("ZATCA", true);
+  if (m_isZatca) {
+    m_noSortBugRetry = true;
+    log.LogInfo("Will validate according to ZATCA rules...");
+  }
+  m_isMyInvois = log.hasUncommonOption("MYINVOIS", true);
+  if (m_isMyInvois) {
+    m_noSortBugRetry = true;
+    log.LogInfo("Will validate according to MyInvois rules...");
+  }
+  log.LogDataLong("verifyReferenceDigests", verifyReferenceDigests ? 1 : 0);
+  log.LogDataLong("selector", m_selector);
+
+  ClsXml* signature = selectedSignature();
+  if (m_signatures.getSize() == 0 || !signature) {
+    log.LogError("There are no signatures.");
+    return false;
+  }
+
+  StringBuffer signatureId;
+  signature->getAttrValue("Id", signatureId);
+  log.LogDataSb("SignatureId", signatureId);
+
+  LogNull quiet;
+  const int numRefs = numReferences(signature, quiet);
+  if (numRefs == 0) {
+    log.LogError("There are no references.");
+    return false;
+  }
+
+  if (verifyReferenceDigests) {
+    ExtPtrArraySb dirs;
+    log.LogDataX("externalRefDirs", m_externalRefDirs);
+    if (!m_externalRefDirs.isEmpty()) splitExternalRefDirs(dirs);
+    log.LogDataLong("numExternalRefDirs", dirs.getSize());
+
+    int failures = 0;
+    for (int i = 0; i < numRefs; ++i) {
+      bool externalDataMissing = false;
+      if (!verifyReferenceDigest(i, externalDataMissing, dirs, log)) {
+        log.LogError("Failed to verify reference digest");
+        log.LogDataLong("referenceIndex", i);
+        if (!(externalDataMissing && m_ignoreExternalRefs)) ++failures;
+      }
+    }
+    if (failures >= 1) {
+      log.LogDataLong("refFailureCount", failures);
+      logSuccessFailure2(false, log);
+      return false;
+    }
+  }
+
+  // Locate the signature and its SignedInfo in the document text.
+  DSigReference firstRef;
+  {
+    RcPtr<ClsXml> refElement(getReference(0, log));
+    if (!refElement) {
+      log.LogError("No Reference at index 0");
+      return false;
+    }
+    firstRef.parseReference(refElement.get(), log);
+  }
+  XmlSigLocate locator;
+  _btXmlDtd dtd;
+  if (!signatureId.isEmpty()) {
+    if (!locator.FindXmlSigById(signatureId.getString(), m_xmlSb, dtd, log)) {
+      log.LogInfo_n("Unable to find the Signature by Id.", 3);
+      log.LogDataSb("signatureId", signatureId);
+      return false;
+    }
+  } else if (!locator.FindXmlSigByRefDigest(firstRef.digestValue.getString(), m_xmlSb, dtd, log)) {
+    log.LogError("Unable to find the Signature.");
+    return false;
+  }
+  const size_t signedInfoStart = locator.m_signedInfoStart;
+
+  if (log.hasUncommonOption("VerifyEncapsulatedTimeStamp", true)) {
+    LogContextExitor tsContext(log, "checkEncapsulatedTimeStamp");
+    if (locator.m_sigStart < m_xmlSb.getSize()) {
+      StringBuffer sigText(m_xmlSb.substr(locator.m_sigStart, locator.m_sigLength));
+      if (log.m_verboseLogging) log.LogBracketed("signature", sigText);
+      if (sigText.containsSubstring("EncapsulatedTimeStamp")) {
+        RcPtr<ClsXml> sigTree(ClsXml::createNewCls());
+        if (!sigTree || !sigTree->loadXml(sigText, true, log)) {
+          log.LogError("Failed to load signature XML.");
+          return false;
+        }
+        if (!verifyEncapsulatedTimeStamp(sigText, sigTree.get(), log)) {
+          log.LogError("Verification of encapsulated timestamp failed.");
+          return false;
+        }
+      }
+    }
+  }
+
+  if (!m_isZatca)
+    log.LogBracketed("signedInfo", m_xmlSb.substr(signedInfoStart, locator.m_signedInfoLength));
+
+  StringBuffer canonAlgorithm;
+  StringBuffer prefixList;
+  if (!getCanonicalizationMethod(canonAlgorithm, prefixList, log)) {
+    log.LogError("Unable to get SignedInfo CanonicalizationMethod.");
+    return false;
+  }
+
+  XmlCanon canon;
+  if (!prefixList.isEmpty()) prefixList.split(canon.inclusivePrefixes, ' ', true, true);
+  if (canonAlgorithm.containsSubstring("xml-c14n")) {
+    canon.canonMethod = 1;
+  } else if (canonAlgorithm.containsSubstring("xml-exc-c14n")) {
+    canon.canonMethod = 2;
+  } else {
+    log.LogError("Unrecognized canonicalization method.");
+    log.LogDataSb("canonicalizationMethod", canonAlgorithm);
+    canon.canonMethod = 1;
+  }
+  canon.withComments = canonAlgorithm.containsSubstringNoCase("WithComments");
+  canon.canonFlagSignedInfo = false;
+  if (m_isCsioz || m_dupAttrSortBug) {
+    log.LogInfo("Will duplicate the XML canonicalization attribute sorting bug...");
+    canon.emulateAttrSortBug = true;
+  }
+  if (m_isSkXmlSignedDoc) canon.canonFlagNonSkXml = false;
+
+  // The bytes the signature covers.
+  StringBuffer canonSignedInfo;
+  const bool siiCase = m_isSiiCl && !m_siiDteXml.isEmpty() && m_siiDteOffset != 0 &&
+                       static_cast<size_t>(m_siiDteOffset) < signedInfoStart;
+  if (siiCase) {
+    const size_t offset = signedInfoStart - static_cast<size_t>(m_siiDteOffset);
+    if (!canon.xmlCanonicalize(m_siiDteXml, nullptr, offset, canonSignedInfo, log)) {
+      std::string msg = "Failed to canonicalize " + siiDomainWithoutHost() + " SignedInfo fragment.";
+      log.LogError(msg.c_str());
+      return false;
+    }
+  } else if (m_isDoda) {
+    StringBuffer doda;
+    m_xmlSb.getDelimited("<doda>", "</doda>", true, doda);
+    const long long dodaPos = m_xmlSb.indexOf("<doda>");
+    const size_t offset = dodaPos >= 0 ? signedInfoStart - static_cast<size_t>(dodaPos) : signedInfoStart;
+    if (!canon.xmlCanonicalize(doda, nullptr, offset, canonSignedInfo, log)) {
+      log.LogError("Failed to canonicalize doda SignedInfo fragment.");
+      return false;
+    }
+  } else if (m_isZatca) {
+    RcPtr<ClsXml> refElement(getReference(0, log));
+    if (!refElement) {
+      log.LogError("Failed to get first reference for signature verification.");
+      return false;
+    }
+    if (!refElement->getChildContentUtf8("*:DigestValue", canonSignedInfo, false)) {
+      log.LogError("Failed to get invoiceHash for signature verification.");
+      return false;
+    }
+  } else if (!canon.xmlCanonicalize(m_xmlSb, nullptr, signedInfoStart, canonSignedInfo, log)) {
+    log.LogError("Failed to canonicalize SignedInfo fragment.");
+    return false;
+  }
+  if (log.m_verboseLogging) log.LogBracketed("canonicalizedSignedInfo", canonSignedInfo);
+
+  StringBuffer signatureValue;
+  if (!getSignatureValue(signatureValue, log)) {
+    log.LogError("Unable to find the SignatureValue element.");
+    return false;
+  }
+  DataBuffer signatureBytes;
+  if (!ContentCoding::decodeBase64ToDb(signatureValue.getString(), signatureValue.getSize(), signatureBytes)) {
+    log.LogError("Failed to decode base64 SignatureValue.");
+    return false;
+  }
+
+  StringBuffer signatureMethod;
+  if (!getSignedInfoField("SignatureMethod", "Algorithm", signatureMethod, log)) {
+    log.LogError("Unable to location the SignatureMethod algorithm within the SignedInfo.");
+    return false;
+  }
+  log.LogDataSb("SignatureMethod", signatureMethod);
+  const int hashId = signatureMethodToHashAlg(signatureMethod, log);
+  if (hashId < 0) {
+    log.LogError("Hash algorithm not implemented yet by Brantel.");
+    return false;
+  }
+  const int keyType = signatureMethodToKeyType(signatureMethod, log);
+  if (keyType < 0) {
+    log.LogError("Key type not implemented yet by Brantel.");
+    return false;
+  }
+
+  DataBuffer signedHash;
+  if (hashId != 0) {
+    if (m_isZatca) {
+      DataBuffer invoiceHash;
+      ContentCoding::decodeBase64ToDb(canonSignedInfo.getString(), canonSignedInfo.getSize(), invoiceHash);
+      _btHash::doHash(invoiceHash.getData2(), invoiceHash.getSize(), hashId, signedHash);
+    } else if (m_isMyInvois) {
+      signedHash = m_myInvoisDigest;
+    } else {
+      _btHash::doHash(canonSignedInfo.getString(), canonSignedInfo.getSize(), hashId, signedHash);
+    }
+  }
+
+  ExtPtrArrayRc keys;
+  if (keyType >= 1 && keyType <= 3) {
+    if (!getPublicKey(false, keys, log)) {
+      log.LogError("No public key available to verify signature.");
+      return false;
+    }
+  } else if (keyType == 4) {
+    if (m_hmacKey.isEmpty()) {
+      log.LogError("No HMAC key available to verify signature.");
+      return false;
+    }
+  } else {
+    log.LogInfo("Unknown key type...");
+    log.LogError("Invalid key type");
+    logSuccessFailure2(false, log);
+    return false;
+  }
+
+  bool valid = false;
+  if (keyType == 1) {
+    log.LogDataLong("numRsaKeys", keys.getSize());
+    const int padding = signatureMethod.containsSubstring("MGF1") ? 3 : 1;
+    for (int i = 0; i < keys.getSize(); ++i) {
+      auto* key = static_cast<ClsPublicKey*>(keys.elementAt(i));
+      if (!key) continue;
+      const RsaKeyData* rsa = key->getPubKey().getRsaKey();
+      if (!rsa) {
+        log.LogError("Public key is not an RSA key.");
+        continue;
+      }
+      bool keyMismatch = false;
+      valid = false;
+      const bool ran = RsaVerifier::verifyHashExt(signatureBytes.getData2(), signatureBytes.getSize(),
+                                                  signedHash.getData2(), signedHash.getSize(), hashId, padding,
+                                                  hashId, valid, *rsa, 0, true, keyMismatch, log);
+      if (!ran) {
+        valid = false;
+        if (keyMismatch) {
+          log.LogInfo("Not the correct key.");
+        } else {
+          log.LogError("RSA verify hash failed.");
+        }
+        continue;
+      }
+      if (valid) {
+        log.LogInfo("The RSA signature was verified.");
+      } else {
+        log.LogError("RSA verify hash found the signature to be invalid.");
+        log.LogDataHexDb("signedInfoHash", signedHash);
+        log.LogDataSb("canonicalizationMethod", canonAlgorithm);
+        log.LogDataSb("canonicalizedSignedInfo", canonSignedInfo);
+      }
+      break;  // a key that fits decides
+    }
+  } else if (keyType == 2) {
+    log.LogDataLong("numDsaKeys", keys.getSize());
+    for (int i = 0; i < keys.getSize() && !valid; ++i) {
+      auto* key = static_cast<ClsPublicKey*>(keys.elementAt(i));
+      if (!key) return false;
+      const DsaKeyData* dsa = key->getPubKey().getDsaKey();
+      if (!dsa) continue;
+      LogNull discard;
+      DsaVerifier::verifyHash(*dsa, signatureBytes.getData2(), signatureBytes.getSize(), true,
+                              signedHash.getData2(), signedHash.getSize(), valid, discard);
+    }
+    if (keys.getSize() > 0 && !valid) log.LogError("DSA verify hash failed.");
+  } else if (keyType == 3) {
+    log.LogDataLong("numEcdsaKeys", keys.getSize());
+    for (int i = 0; i < keys.getSize() && !valid; ++i) {
+      auto* key = static_cast<ClsPublicKey*>(keys.elementAt(i));
+      if (!key) return false;
+      EccKey* ecc = key->getPubKey().getEccKey();
+      if (!ecc) continue;
+      LogNull discard;
+      ecc->eccVerifyHash(signatureBytes.getData2(), signatureBytes.getSize(), false, signedHash.getData2(),
+                         signedHash.getSize(), valid, discard, 0);
+    }
+    if (keys.getSize() > 0 && !valid) log.LogError("ECDSA verify hash found the signature to be invalid.");
+  } else {
+    DataBuffer mac;
+    if (!Hmac::doHMAC(canonSignedInfo.getString(), canonSignedInfo.getSize(), m_hmacKey.getData2(),
+                      m_hmacKey.getSize(), hashId, mac, log)) {
+      log.LogError("HMAC verify failed.");
+      valid = false;
+    } else {
+      StringBuffer macBase64;
+      mac.encodeDB("base64", macBase64);
+      StringBuffer trimmedValue(signatureValue);
+      trimmedValue.trim2();
+      valid = macBase64.equals(trimmedValue);
+      if (!valid) log.LogError("HMAC validation failed.");
+    }
+  }
+
+  logSuccessFailure2(valid, log);
+  return valid;
+}
