@@ -1,0 +1,150 @@
+// XAdES signature time-stamps: whether the selected signature carries one, verifying
+// one (the token's CMS signature and its message imprint over the canonical
+// SignatureValue), and the HTTP object used to obtain new ones.
+#include <string>
+
+#include "crypto/Asn1Xml.h"
+#include "crypto/_btHash.h"
+#include "dsig/ClsXmlDSig.h"
+#include "dsig/xades/Pkcs7Message.h"
+#include "support/ClsHttp.h"
+#include "support/ClsXml.h"
+#include "support/ContentCoding.h"
+#include "support/LogBase.h"
+#include "xml/XmlCanon.h"
+
+ClsHttp* _clsCades::tsaHttpObj() const { return static_cast<ClsHttp*>(m_http.get()); }
+
+void _clsCades::setTsaHttpObj(ClsHttp* http, LogBase& log) {
+  if (http) http->incRefCount();
+  m_http.hold(http);
+  log.LogDataBool("haveHttpObject", http != nullptr);
+}
+
+void ClsXmlDSig::SetHttpObj(ClsHttp* http) {
+  OperationFrame frame(*this, "SetHttpObj", false);
+  setTsaHttpObj(http, m_log);
+}
+
+bool ClsXmlDSig::HasEncapsulatedTimeStamp() {
+  OperationFrame frame(*this, "HasEncapsulatedTimeStamp", false);
+  return hasEncapsulatedTimeStamp(m_log);
+}
+
+bool ClsXmlDSig::hasEncapsulatedTimeStamp(LogBase& log) {
+  LogContextExitor ctx(log, "hasEncapsulatedTimeStamp");
+  log.LogDataLong("numSignatures", m_signatures.getSize());
+  log.LogDataLong("selector", m_selector);
+  ClsXml* signature = selectedSignature();
+  if (!signature) {
+    log.LogError("No signature at the selector index.");
+    return false;
+  }
+  RcPtr<ClsXml> stamp(signature->searchForTag(nullptr, "*:EncapsulatedTimeStamp"));
+  if (stamp) return true;
+  log.LogError("No EncapsulatedTimestamp.");
+  return false;
+}
+
+bool ClsXmlDSig::verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigXml, LogBase& log) {
+  LogContextExitor ctx(log, "verifyEncapsulatedTimeStamp");
+  LogNull quiet;
+
+  StringBuffer tokenText;
+  if (!captureUniqueTagContent("EncapsulatedTimeStamp", sigText, tokenText, quiet)) return true;
+  DataBuffer tokenDer;
+  ContentCoding::decodeBase64ToDb(tokenText.getString(), tokenText.getSize(), tokenDer);
+
+  Pkcs7Message token;
+  bool isSigned = false;
+  if (!token.loadPkcs7Der(tokenDer, nullptr, 2, isSigned, systemCerts(), log)) {
+    log.LogError("Failed to parse ASN.1 of encapsulated timestamp.");
+    return false;
+  }
+  DataBuffer tstInfo;
+  if (!token.verifyOpaqueSignature(tstInfo, *this, systemCerts(), log)) {
+    log.LogError("Verification of encapsulated timestamp failed.");
+    return false;
+  }
+  log.LogDataHexDb("extractedAsn", tstInfo);
+
+  StringBuffer payloadXml;
+  if (!Asn1Xml::derToXml(tstInfo, true, false, payloadXml, nullptr, log)) {
+    log.LogError("Failed to decoded ASN.1 extracted from the encapsulated timestamp signature.");
+    return false;
+  }
+  RcPtr<ClsXml> payload(ClsXml::createNewCls());
+  if (!payload) return false;
+  if (!payload->loadXml(payloadXml, true, log)) {
+    log.LogError("Failed to load timestamp XML.");
+    return false;
+  }
+  StringBuffer payloadText;
+  payload->getXml(false, payloadText, log);
+  log.LogDataSb("timestampPayloadXml", payloadText);
+
+  StringBuffer hashOid;
+  if (!payload->getChildContentUtf8("sequence|sequence|oid", hashOid, false)) {
+    log.LogError("Failed to find hash OID");
+    return false;
+  }
+  log.LogDataSb("hashOid", hashOid);
+  StringBuffer hashedMessage;
+  if (!payload->getChildContentUtf8("sequence|octets", hashedMessage, false)) {
+    log.LogError("Failed to find hash data");
+    return false;
+  }
+  DataBuffer expectedHash;
+  ContentCoding::decodeBase64ToDb(hashedMessage.getString(), hashedMessage.getSize(), expectedHash);
+  log.LogDataHexDb("expected_hash", expectedHash);
+
+  StringBuffer signatureValue;
+  if (!captureUniqueTagContent("SignatureValue", sigText, signatureValue, quiet)) return true;
+  log.LogDataSb("signatureValue", signatureValue);
+  StringBuffer signatureValueId;
+  if (!captureUniqueAttrContent("SignatureValue", "Id", sigText, signatureValueId, log)) return false;
+
+  int canonMethod = 1;
+  RcPtr<ClsXml> stampElement(sigXml ? sigXml->searchForTag(nullptr, "*:SignatureTimeStamp") : nullptr);
+  if (stampElement) {
+    RcPtr<ClsXml> method(stampElement->findChild("*:CanonicalizationMethod"));
+    if (method) {
+      StringBuffer algorithm;
+      method->getAttrValue("Algorithm", algorithm);
+      log.LogDataSb("encapsulatedTimestampCanonMethod", algorithm);
+      canonMethod = algorithm.containsSubstring("exc-") ? 2 : 1;
+    } else {
+      log.LogInfo("Did not find CanonicalizationMethod tag.");
+    }
+  } else {
+    log.LogInfo("Did not find SignatureTimeStamp tag.");
+  }
+
+  XmlCanon canon;
+  canon.canonMethod = canonMethod;
+  canon.withComments = false;
+  StringBuffer canonSigValue;
+  canon.xmlCanonicalize(m_xmlSb, signatureValueId.getString(), 0, canonSigValue, log);
+  canonSigValue.toLF();
+  log.LogDataSb("sbCanonSigValue", canonSigValue);
+
+  const int hashAlg = _btHash::oidToHashAlg(hashOid.getString());
+  log.LogDataLong("hashAlg", hashAlg);
+  DataBuffer computed;
+  _btHash::doHash(canonSigValue.getString(), canonSigValue.getSize(), hashAlg, computed);
+  log.LogDataHexDb("computed_hash", computed);
+  if (computed.equals(expectedHash)) {
+    log.LogInfo("The computed hash is equal to the expected hash.");
+    return true;
+  }
+  canonSigValue.toCRLF();
+  computed.clear();
+  _btHash::doHash(canonSigValue.getString(), canonSigValue.getSize(), hashAlg, computed);
+  log.LogDataHexDb("computed_hash_with_CRLF", computed);
+  if (computed.equals(expectedHash)) {
+    log.LogInfo("The computed hash is equal to the expected hash.");
+    return true;
+  }
+  log.LogError("Computed hash not equal to the expected hash.");
+  return false;
+}

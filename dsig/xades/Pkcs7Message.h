@@ -1,0 +1,47 @@
+// Pkcs7Message: a CMS SignedData (here: an RFC 3161 time-stamp token) and the time-stamp
+// request that obtains one.
+//
+// What verifyOpaqueSignature trusts: it checks that the token's signature verifies with the
+// signer certificate, which is taken from the certificates the token carries or, failing
+// that, from the verifier's certificate store. It does not build or check a chain to a
+// trusted root, nor revocation: whether the time-stamp authority is trusted is the
+// caller's decision, as it is for the signer of the document.
+#pragma once
+
+#include <memory>
+
+#include "support/DataBuffer.h"
+
+class ClsJsonObject;
+class LogBase;
+class SystemCerts;
+class _clsCades;
+
+class Pkcs7Message {
+ public:
+  Pkcs7Message();
+  ~Pkcs7Message();
+  Pkcs7Message(const Pkcs7Message&) = delete;
+  Pkcs7Message& operator=(const Pkcs7Message&) = delete;
+
+  // Parses DER as a CMS ContentInfo holding SignedData. The text argument is unused; mode
+  // 2 means a time-stamp token is expected. isSigned tells whether it is a SignedData.
+  bool loadPkcs7Der(const DataBuffer& der, const char* unused, int mode, bool& isSigned, SystemCerts* store,
+                    LogBase& log);
+  // Verifies the signature of the loaded SignedData and yields its encapsulated content.
+  bool verifyOpaqueSignature(DataBuffer& content, _clsCades& cades, SystemCerts* store, LogBase& log);
+
+  // Asks the time-stamp authority named in the options for a token over data. Options:
+  //   "tsaUrl"        (required) the authority's URL
+  //   "hashAlgorithm" "sha256" (default), "sha1", "sha384", "sha512"
+  //   "requestTsaCert" whether the authority should include its certificate (default true)
+  //   "tsaUsername", "tsaPassword"  HTTP basic authentication, when given
+  // The HTTP object comes from cades (a default one is used when the caller set none).
+  // token receives the DER of the token (a CMS ContentInfo).
+  static bool getTimestampToken(ClsJsonObject& options, const DataBuffer& data, _clsCades& cades,
+                                DataBuffer& token, LogBase& log);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
+};
