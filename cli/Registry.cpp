@@ -20,6 +20,7 @@ const OptionSpec kOptHelp{"help", 'h', false, false, "", "Print this help and ex
 
 const std::vector<Command>& commands() {
   static const std::vector<Command> registry = {
+      {verifySpec, runVerify},
       {infoSpec, runInfo},
       {refsSpec, runReferences},
   };

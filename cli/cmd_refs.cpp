@@ -10,6 +10,7 @@
 
 #include "cli/CliSupport.h"
 #include "cli/Commands.h"
+#include "cli/VerifierSetup.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/reference/DSigReference.h"
 #include "support/ClsBinData.h"
@@ -20,20 +21,6 @@
 namespace cli {
 
 namespace {
-
-const OptionSpec kOptSelector{"selector", '\0', true, false, "N",
-                              "Check the signature with this index (0 = the first, the default)."};
-const OptionSpec kOptSignatureId{"signature-id", '\0', true, false, "ID",
-                                 "Check the signature whose Id attribute is ID (instead of --selector)."};
-const OptionSpec kOptRefData{"ref-data", '\0', true, true, "INDEX=FILE",
-                             "Use FILE as the data of the external reference with this index; may be "
-                             "repeated."};
-const OptionSpec kOptExternalDir{"external-dir", '\0', true, true, "DIR",
-                                 "Look for the files that external references name in DIR; may be repeated "
-                                 "(searched in order)."};
-const OptionSpec kOptIgnoreExternal{"ignore-external", '\0', false, false, "",
-                                    "Do not count external references whose data is not available as "
-                                    "failures; they are reported as skipped."};
 
 const char* reasonText(int reason) {
   switch (reason) {
@@ -92,80 +79,13 @@ std::string storedDigest(ClsXmlDSig& dsig, int index) {
   return ref.digestValue.getString();
 }
 
-// Options that do not depend on the file: "INDEX=FILE" pairs, checked once.
-bool parseRefData(const Args& args, std::map<int, std::string>& out, std::string& error) {
-  for (const std::string& pair : args.values("ref-data")) {
-    const size_t eq = pair.find('=');
-    char* end = nullptr;
-    const long index = eq == std::string::npos ? -1 : std::strtol(pair.c_str(), &end, 10);
-    if (eq == std::string::npos || eq == 0 || end != pair.c_str() + eq || index < 0 || index > 100 ||
-        eq + 1 == pair.size()) {
-      error = "--ref-data expects INDEX=FILE with INDEX from 0 to 100, not '" + pair + "'";
-      return false;
-    }
-    out[static_cast<int>(index)] = pair.substr(eq + 1);
-  }
-  return true;
-}
-
-bool parseSelector(const Args& args, int& selector, std::string& error) {
-  selector = 0;
-  if (!args.has("selector")) return true;
-  const std::string text = args.value("selector");
-  char* end = nullptr;
-  const long v = std::strtol(text.c_str(), &end, 10);
-  if (text.empty() || *end != '\0' || v < 0) {
-    error = "--selector expects a signature index (0 or more), not '" + text + "'";
-    return false;
-  }
-  selector = static_cast<int>(v);
-  return true;
-}
-
 FileResult checkFile(const std::string& file, const Args& args, int selector,
                      const std::map<int, std::string>& refData) {
   FileResult res;
   res.file = file;
-  std::string bytes;
-  if (!readInput(file, bytes, res.error)) return res;
-
-  std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
-  RcPtr<ClsBinData> data(ClsBinData::createNewCls());
-  if (!dsig || !data || !data->AppendBinary(bytes.data(), bytes.size())) {
-    res.error = "out of memory";
-    return res;
-  }
-  bytes = std::string();
-  configureVerifier(*dsig, args);
-  std::string dirs;
-  for (const std::string& dir : args.values("external-dir")) dirs += dir + ";";
-  dsig->put_ExternalRefDirs(XString(dirs.c_str()));
-  dsig->put_IgnoreExternalRefs(args.has("ignore-external"));
-
   const bool withLog = args.has("log");
-  if (!dsig->LoadSignatureBd(*data)) {
-    res.error = dsig->lastErrorLine();
-    if (res.error.empty()) res.error = "not well-formed XML";
-    if (withLog) res.log = logForStderr(*dsig, file);
-    return res;
-  }
-  if (dsig->get_NumSignatures() == 0) {
-    res.error = "no signature found";
-    return res;
-  }
-  if (args.has("signature-id")) {
-    if (!dsig->SelectSignatureById(XString(args.value("signature-id").c_str()))) {
-      res.error = "no signature with Id '" + args.value("signature-id") + "'";
-      return res;
-    }
-  } else {
-    if (selector >= dsig->get_NumSignatures()) {
-      res.error = "no signature with index " + std::to_string(selector) + " (the document has " +
-                  std::to_string(dsig->get_NumSignatures()) + ")";
-      return res;
-    }
-    dsig->put_Selector(selector);
-  }
+  std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(file, args, res.error, withLog ? &res.log : nullptr);
+  if (!dsig || !selectSignature(*dsig, args, selector, res.error)) return res;
   res.loaded = true;
   res.signature = dsig->get_Selector();
   StringBuffer id;
@@ -173,10 +93,7 @@ FileResult checkFile(const std::string& file, const Args& args, int selector,
   if (dsig->selectedSignatureId(id, quiet)) res.signatureId = id.getString();
 
   // External data is set before any reference is checked: it is kept per signature.
-  for (const auto& entry : refData) {
-    XString path(entry.second.c_str());
-    dsig->SetRefDataFile(entry.first, path);
-  }
+  applyRefData(*dsig, refData);
 
   const int count = dsig->get_NumReferences();
   for (int i = 0; i < count; ++i) {
