@@ -1,0 +1,201 @@
+// Signature time-stamps end to end: documents signed by xmlsec1 in each XAdES shape get a
+// time-stamp from a real RFC 3161 authority running on 127.0.0.1 (openssl ts behind a small
+// HTTP server), are loaded again, checked and verified; tampering makes them fail.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "TestSupport.h"
+#include "dsig/ClsXmlDSig.h"
+#include "support/ClsJsonObject.h"
+#include "support/ClsStringBuilder.h"
+#include "support/RefCountedObject.h"
+#include "support/XString.h"
+
+namespace {
+
+using testsupport::readFile;
+
+// One authority and one set of fixtures for the whole suite.
+class TimeStampAuthority {
+ public:
+  TimeStampAuthority() {
+    dir_ = testsupport::makeTempDir("tsa");
+    fixtures_ = dir_ + "/docs";
+    const std::string tools = testsupport::sourceDir() + "/tests/tools";
+    if (std::system(("bash " + tools + "/make_xades_fixtures.sh " + fixtures_ + " >/dev/null 2>&1").c_str()) != 0) {
+      error_ = "could not sign the fixtures with xmlsec1";
+      return;
+    }
+    const std::string cmd = "python3 " + tools + "/tsa_server.py " + dir_ + " --lifetime 900 >/dev/null 2>&1 & echo $! > " +
+                            dir_ + "/pid";
+    if (std::system(cmd.c_str()) != 0) {
+      error_ = "could not start the time-stamp authority";
+      return;
+    }
+    for (int i = 0; i < 300 && port_.empty(); ++i) {
+      port_ = readFile(dir_ + "/port");
+      if (port_.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    if (port_.empty()) error_ = "the time-stamp authority did not start";
+  }
+  ~TimeStampAuthority() {
+    const std::string pid = readFile(dir_ + "/pid");
+    if (!pid.empty()) std::system(("kill " + pid + " 2>/dev/null").c_str());
+    std::error_code ec;
+    std::filesystem::remove_all(dir_, ec);
+  }
+  std::string url() const { return "http://127.0.0.1:" + port_ + "/"; }
+  std::string fixture(const std::string& name) const { return readFile(fixtures_ + "/" + name); }
+  const std::string& error() const { return error_; }
+
+ private:
+  std::string dir_, fixtures_, port_, error_;
+};
+
+TimeStampAuthority& authority() {
+  static TimeStampAuthority tsa;
+  return tsa;
+}
+
+struct Verifier {
+  std::unique_ptr<ClsXmlDSig> dsig{ClsXmlDSig::createNewCls()};
+  bool load(const std::string& xml) {
+    XString x(xml.c_str());
+    return dsig->LoadSignature(x);
+  }
+  bool verifyWithTimeStamp() {
+    dsig->put_UncommonOptions(XString("VerifyEncapsulatedTimeStamp"));
+    return dsig->VerifySignature(true);
+  }
+};
+
+std::string addTimeStamp(ClsXmlDSig& dsig, const std::string& url, bool& ok) {
+  RcPtr<ClsJsonObject> options(ClsJsonObject::createNewCls());
+  options->UpdateString("tsaUrl", url.c_str());
+  RcPtr<ClsStringBuilder> out(ClsStringBuilder::createNewCls());
+  ok = dsig.AddEncapsulatedTimeStamp(*options, *out);
+  return out->getXString().getUtf8();
+}
+
+#define REQUIRE_AUTHORITY()                                                                   \
+  do {                                                                                        \
+    if (!authority().error().empty()) GTEST_SKIP() << authority().error();                    \
+  } while (0)
+
+}  // namespace
+
+TEST(TimeStamp, AddsAtTheRightPlaceForEveryXadesShapeAndVerifies) {
+  REQUIRE_AUTHORITY();
+  struct Shape {
+    const char* file;
+    const char* mustContain;  // where the new element must stand
+  } shapes[] = {
+      {"plain.xml", "<ds:Object Id=\"signature-object-"},
+      {"qualifying.xml", "</xades:SignedProperties><xades:UnsignedProperties><xades:UnsignedSignatureProperties>"
+                         "<xades:SignatureTimeStamp"},
+      {"unsigned.xml", "<xades:UnsignedSignatureProperties><xades:SignatureTimeStamp"},
+      {"declared.xml", "<xades:QualifyingProperties Target=\"#sig-d\">"},
+  };
+  for (const Shape& shape : shapes) {
+    SCOPED_TRACE(shape.file);
+    const std::string original = authority().fixture(shape.file);
+    ASSERT_FALSE(original.empty());
+    Verifier v;
+    ASSERT_TRUE(v.load(original));
+    EXPECT_FALSE(v.dsig->HasEncapsulatedTimeStamp());
+    bool ok = false;
+    const std::string stamped = addTimeStamp(*v.dsig, authority().url(), ok);
+    ASSERT_TRUE(ok) << v.dsig->lastErrorText();
+    EXPECT_NE(stamped.find(shape.mustContain), std::string::npos) << stamped;
+    EXPECT_EQ(stamped.find("ENCAP_TIMESTAMP_BASE64"), std::string::npos);
+    if (std::string(shape.file) == "unsigned.xml") {  // existing unsigned properties are kept after the stamp
+      EXPECT_NE(stamped.find("</xades:SignatureTimeStamp><xades:Note>kept</xades:Note>"), std::string::npos);
+    }
+
+    Verifier reloaded;
+    ASSERT_TRUE(reloaded.load(stamped));
+    EXPECT_TRUE(reloaded.dsig->HasEncapsulatedTimeStamp());
+    EXPECT_TRUE(reloaded.verifyWithTimeStamp()) << reloaded.dsig->lastErrorText();
+    EXPECT_NE(reloaded.dsig->lastErrorText().find("The computed hash is equal to the expected hash."),
+              std::string::npos);
+
+    // A second stamp on the stamped document is refused.
+    bool again = true;
+    addTimeStamp(*reloaded.dsig, authority().url(), again);
+    EXPECT_FALSE(again);
+    EXPECT_NE(reloaded.dsig->lastErrorText().find("Already has an EncapsulatedTimeStamp."), std::string::npos);
+  }
+}
+
+TEST(TimeStamp, TamperedTokenOrSignatureValueFails) {
+  REQUIRE_AUTHORITY();
+  Verifier v;
+  ASSERT_TRUE(v.load(authority().fixture("plain.xml")));
+  bool ok = false;
+  const std::string stamped = addTimeStamp(*v.dsig, authority().url(), ok);
+  ASSERT_TRUE(ok);
+
+  // Change one character inside the token's base64 (well inside, so it stays base64).
+  std::string badToken = stamped;
+  const size_t tokenAt = badToken.find("#DER\">") + 6 + 200;
+  badToken[tokenAt] = badToken[tokenAt] == 'A' ? 'B' : 'A';
+  Verifier t;
+  ASSERT_TRUE(t.load(badToken));
+  EXPECT_FALSE(t.verifyWithTimeStamp());
+  EXPECT_NE(t.dsig->lastErrorText().find("Verification of encapsulated timestamp failed."), std::string::npos);
+
+  // Change the SignatureValue: the stamp no longer covers it (and the signature fails too).
+  std::string badValue = stamped;
+  const size_t valueAt = badValue.find("Id=\"sv-plain\">") + 14 + 10;
+  badValue[valueAt] = badValue[valueAt] == 'A' ? 'B' : 'A';
+  Verifier s;
+  ASSERT_TRUE(s.load(badValue));
+  EXPECT_FALSE(s.verifyWithTimeStamp());
+  EXPECT_NE(s.dsig->lastErrorText().find("Computed hash not equal to the expected hash."), std::string::npos);
+}
+
+TEST(TimeStamp, UnreachableAuthorityStillReturnsTheDocumentWithAnEmptyToken) {
+  REQUIRE_AUTHORITY();
+  Verifier v;
+  ASSERT_TRUE(v.load(authority().fixture("plain.xml")));
+  bool ok = false;
+  const std::string stamped = addTimeStamp(*v.dsig, "http://127.0.0.1:1/", ok);
+  EXPECT_TRUE(ok);
+  EXPECT_NE(stamped.find("#DER\"></xades:EncapsulatedTimeStamp>"), std::string::npos);
+  EXPECT_NE(v.dsig->lastErrorText().find("The time-stamp authority could not be reached or refused the request."),
+            std::string::npos);
+
+  // Options without an authority URL are refused with a clear reason (the document is still returned).
+  RcPtr<ClsJsonObject> empty(ClsJsonObject::createNewCls());
+  RcPtr<ClsStringBuilder> out(ClsStringBuilder::createNewCls());
+  EXPECT_TRUE(v.dsig->AddEncapsulatedTimeStamp(*empty, *out));
+  EXPECT_NE(v.dsig->lastErrorText().find("set \"tsaUrl\""), std::string::npos);
+}
+
+TEST(TimeStamp, CorpusXadesTDocumentsVerifyTheirTimeStamps) {
+  REQUIRE_CORPUS();
+  namespace fs = std::filesystem;
+  int checked = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(testsupport::corpusDir() + "/families/xades-t")) {
+    if (entry.path().extension() != ".xml") continue;
+    Verifier v;
+    ASSERT_TRUE(v.load(readFile(entry.path().string()))) << entry.path();
+    if (!v.dsig->HasEncapsulatedTimeStamp()) continue;
+    SCOPED_TRACE(entry.path().string());
+    // Only the time-stamp is of interest here: verify the signature value alone.
+    v.dsig->put_UncommonOptions(XString("VerifyEncapsulatedTimeStamp"));
+    v.dsig->VerifySignature(false);
+    EXPECT_NE(v.dsig->lastErrorText().find("The computed hash is equal to the expected hash."), std::string::npos)
+        << v.dsig->lastErrorText();
+    ++checked;
+  }
+  EXPECT_GT(checked, 0);
+}
