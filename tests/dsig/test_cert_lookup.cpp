@@ -1,0 +1,93 @@
+// Certificate decoding and lookups: cleaning of character references, the de-duplication
+// keys, DN reversal, PKI paths and the certificate store behind UseCertVault.
+#include <gtest/gtest.h>
+
+#include "KeyTestFixtures.h"
+#include "crypto/StringHashSet.h"
+
+using namespace keyfixtures;
+
+TEST(CertLookup, CertificateTextIsCleanedInPlaceDecodedAndRecorded) {
+  REQUIRE_KEY_FIXTURES();
+  const Fixtures& f = fixtures();
+  auto dsig = loadedVerifier(signatureDoc(""));
+  StringBuffer text(wrap64(f.one.certBase64, "&#13;\n"));
+  text.replaceFirstOccurance("&#13;", "&#xD;", false);
+  StringHashSet seen;
+  _btLogger log;
+  ASSERT_TRUE(dsig->processCertBase64(text, seen, log));
+  EXPECT_FALSE(text.containsSubstring("&#"));
+  EXPECT_EQ(unbase64(text.str()), f.one.certDer);
+  EXPECT_TRUE(seen.contains("Key One:1000"));
+  EXPECT_EQ(seen.size(), 2u);  // and the subject's canonical key
+  RcPtr<ClsPublicKey> key(dsig->publicKeyFromCertBase64(text, seen, log));
+  ASSERT_TRUE(key);
+  EXPECT_EQ(keyDer(key.get()), f.one.spkiDer);
+
+  const std::pair<const char*, const char*> failures[] = {{"!!not base64!!", "Failed to decode base64 cert."},
+                                                          {"AAAA", "Failed to parse X.509 certificate."}};
+  for (const auto& [bad, message] : failures) {
+    StringHashSet untouched;
+    StringBuffer badText(bad);
+    EXPECT_FALSE(dsig->processCertBase64(badText, untouched, log));
+    EXPECT_TRUE(logprobe::hasError(log, message)) << bad;
+    EXPECT_EQ(dsig->publicKeyFromCertBase64(badText, untouched, log), nullptr);
+    EXPECT_EQ(untouched.size(), 0u);
+  }
+}
+
+TEST(CertLookup, SubjectNameComponentsAreReversedTextually) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"CN=Alice, O=Example,L=Paris", "L=Paris, O=Example, CN=Alice"},
+      {"CN=Alice", "CN=Alice"},
+      {"", ""},
+      {"CN=Smith\\, John,O=Acme", "O=Acme, John, CN=Smith\\"},  // an escaped comma splits too
+  };
+  for (const auto& [dn, reversed] : cases) {
+    StringBuffer out;
+    ClsXmlDSig::reverseSubjectNameDN(StringBuffer(dn), out);
+    EXPECT_EQ(out.str(), reversed) << dn;
+  }
+}
+
+TEST(CertLookup, PkiPathGivesItsLastCertificate) {
+  REQUIRE_KEY_FIXTURES();
+  const Fixtures& f = fixtures();
+  auto dsig = loadedVerifier(signatureDoc(""));
+  _btLogger log;
+  StringBuffer out;
+  ASSERT_TRUE(dsig->pkiPathV1_to_cert(StringBuffer(base64(derSequence(f.one.certDer + f.two.certDer + f.three.certDer))),
+                                      out, log));
+  EXPECT_EQ(out.str(), f.three.certBase64);
+  EXPECT_TRUE(log.containsText("Getting last cert from X509PKIPathv1..."));
+
+  EXPECT_FALSE(dsig->pkiPathV1_to_cert(StringBuffer(base64(derSequence(""))), out, log));
+  EXPECT_TRUE(logprobe::hasError(log, "Invalid binary security token content.."));
+  EXPECT_FALSE(dsig->pkiPathV1_to_cert(StringBuffer(base64("\x30\x7f\x02")), out, log));  // truncated DER
+  EXPECT_TRUE(logprobe::hasError(log, "Invalid binary security token content."));
+  EXPECT_TRUE(out.isEmpty());
+}
+
+TEST(CertLookup, StoreLookupsFindOnlyWhatAnAttachedVaultHolds) {
+  REQUIRE_KEY_FIXTURES();
+  const Fixtures& f = fixtures();
+  auto dsig = loadedVerifier(signatureDoc(""));
+  _btLogger log;
+  StringBuffer out;
+  EXPECT_FALSE(dsig->getCertByIssuerNameAndSerial("Key Two", "FF", out, log));
+  EXPECT_EQ(log.lastErrorLine(), "");  // a miss is not an error
+  EXPECT_EQ(dsig->getPublicKeyBySubjectName("C=US, O=Example Org, CN=Key Two", log), nullptr);
+
+  auto vault = vaultWith({f.two.derPath});
+  ASSERT_TRUE(dsig->UseCertVault(*vault));
+  EXPECT_EQ(dsig->m_log.entries().back().children.back().text, "Success.");
+  ASSERT_TRUE(dsig->getCertByIssuerNameAndSerial("Key Two", "FF", out, log));
+  EXPECT_EQ(out.str(), f.two.certBase64);
+  EXPECT_FALSE(dsig->getCertByIssuerNameAndSerial("Key Two", "255", out, log)) << "the serial must be hex";
+  EXPECT_TRUE(out.isEmpty());
+  ASSERT_TRUE(dsig->getCertBySubjectName("C=US, O=Example Org, CN=Key Two", out, log));
+  EXPECT_EQ(out.str(), f.two.certBase64);
+  RcPtr<ClsPublicKey> key(dsig->getPublicKeyBySubjectName("C=US, O=Example Org, CN=Key Two", log));
+  ASSERT_TRUE(key);
+  EXPECT_EQ(keyDer(key.get()), f.two.spkiDer);
+}
