@@ -22,24 +22,6 @@
 
 namespace keyfixtures {
 
-struct TestCert {
-  std::string derPath;        // the certificate, DER file
-  std::string certDer;        // its bytes
-  std::string certBase64;     // one line
-  std::string spkiDer;        // its public key as SubjectPublicKeyInfo DER (openssl's view)
-  std::string modulusBase64;  // RSA modulus, for RSAKeyValue
-  std::string sha1Base64;     // SHA-1 of the DER (the WS-Security thumbprint)
-};
-
-struct Fixtures {
-  bool ok = false;
-  std::string dir;
-  TestCert one;    // CN=Key One, serial 4096 (hex 1000)
-  TestCert two;    // CN=Key Two, serial 255 (hex FF)
-  TestCert three;  // CN=Key Three, serial 77
-  TestCert noCn;   // subject and issuer without a CN
-};
-
 inline std::string base64(const std::string& bytes) {
   StringBuffer out;
   ContentCoding::encodeBase64(bytes.data(), bytes.size(), out);
@@ -52,12 +34,6 @@ inline std::string unbase64(const std::string& text) {
   return std::string(out.view());
 }
 
-inline std::string hexToBytes(const std::string& hex) {
-  DataBuffer out;
-  ContentCoding::decodeHexToDb(hex.data(), hex.size(), out);
-  return std::string(out.view());
-}
-
 // Base64 text broken into lines of 64 characters, each line ended by lineEnd.
 inline std::string wrap64(const std::string& b64, const std::string& lineEnd) {
   std::string out;
@@ -65,47 +41,60 @@ inline std::string wrap64(const std::string& b64, const std::string& lineEnd) {
   return out;
 }
 
+// A self-signed RSA certificate, as openssl made and sees it.
+struct TestCert {
+  std::string derPath, certDer, certBase64;
+  std::string spkiDer;        // its public key, SubjectPublicKeyInfo DER
+  std::string modulusBase64;  // for RSAKeyValue
+  std::string sha1Base64;     // SHA-1 of the DER: the WS-Security thumbprint
+};
+
 inline bool makeCert(const std::string& dir, const std::string& name, const std::string& subject, int serial,
                      TestCert& cert) {
-  const std::string base = dir + "/" + name;
-  const std::string cmd = "cd '" + dir + "' && openssl req -x509 -newkey rsa:2048 -nodes -keyout " + name +
-                          ".key -out " + name + ".pem -subj '" + subject + "' -days 3650 -set_serial " +
-                          std::to_string(serial) + " >/dev/null 2>&1 && openssl x509 -in " + name +
-                          ".pem -outform DER -out " + name + ".der && openssl pkey -in " + name +
-                          ".key -pubout -outform DER -out " + name + ".spki && openssl rsa -in " + name +
-                          ".key -noout -modulus > " + name + ".mod 2>/dev/null && openssl dgst -sha1 -binary " +
-                          name + ".der > " + name + ".sha1";
+  const std::string cmd = "cd '" + dir + "' && n=" + name + " && openssl req -x509 -newkey rsa:2048 -nodes -keyout "
+                          "$n.key -out $n.pem -days 3650 -subj '" + subject + "' -set_serial " +
+                          std::to_string(serial) + " >/dev/null 2>&1 && openssl x509 -in $n.pem -outform DER "
+                          "-out $n.der && openssl pkey -in $n.key -pubout -outform DER -out $n.spki && openssl rsa "
+                          "-in $n.key -noout -modulus 2>/dev/null | cut -d= -f2 > $n.mod && openssl dgst -sha1 "
+                          "-binary $n.der > $n.sha1";
   if (std::system(cmd.c_str()) != 0) return false;
+  const std::string base = dir + "/" + name;
   cert.derPath = base + ".der";
   cert.certDer = testsupport::readFile(base + ".der");
   cert.certBase64 = base64(cert.certDer);
   cert.spkiDer = testsupport::readFile(base + ".spki");
   cert.sha1Base64 = base64(testsupport::readFile(base + ".sha1"));
-  std::string modulus = testsupport::readFile(base + ".mod");  // "Modulus=ABCD...\n"
-  const size_t eq = modulus.find('=');
-  if (eq == std::string::npos) return false;
-  modulus = modulus.substr(eq + 1);
-  while (!modulus.empty() && (modulus.back() == '\n' || modulus.back() == '\r')) modulus.pop_back();
-  cert.modulusBase64 = base64(hexToBytes(modulus));
-  return !cert.certDer.empty() && !cert.spkiDer.empty();
+  const std::string modulusHex = testsupport::readFile(base + ".mod");
+  DataBuffer modulus;
+  ContentCoding::decodeHexToDb(modulusHex.data(), modulusHex.size(), modulus);
+  cert.modulusBase64 = base64(std::string(modulus.view()));
+  return !cert.certDer.empty() && !cert.spkiDer.empty() && !modulus.isEmpty();
 }
 
+struct Fixtures {
+  bool ok = false;
+  TestCert one;    // CN=Key One, serial 4096 (hex 1000)
+  TestCert two;    // CN=Key Two, serial 255 (hex FF)
+  TestCert three;  // CN=Key Three, serial 77
+  TestCert noCn;   // subject and issuer without a CN
+};
+
+// Made once per test process.
 inline const Fixtures& fixtures() {
   static const Fixtures made = [] {
     Fixtures f;
-    f.dir = testsupport::makeTempDir("keys");
-    if (f.dir.empty()) return f;
-    f.ok = makeCert(f.dir, "one", "/C=US/O=Example Org/CN=Key One", 4096, f.one) &&
-           makeCert(f.dir, "two", "/C=US/O=Example Org/CN=Key Two", 255, f.two) &&
-           makeCert(f.dir, "three", "/C=US/O=Example Org/CN=Key Three", 77, f.three) &&
-           makeCert(f.dir, "nocn", "/C=US/O=No Common Name Org", 12, f.noCn);
+    const std::string dir = testsupport::makeTempDir("keys");
+    f.ok = !dir.empty() && makeCert(dir, "one", "/C=US/O=Example Org/CN=Key One", 4096, f.one) &&
+           makeCert(dir, "two", "/C=US/O=Example Org/CN=Key Two", 255, f.two) &&
+           makeCert(dir, "three", "/C=US/O=Example Org/CN=Key Three", 77, f.three) &&
+           makeCert(dir, "nocn", "/C=US/O=No Common Name Org", 12, f.noCn);
     return f;
   }();
   return made;
 }
 
-#define REQUIRE_KEY_FIXTURES()                                                            \
-  do {                                                                                    \
+#define REQUIRE_KEY_FIXTURES()                                                                    \
+  do {                                                                                            \
     if (!keyfixtures::fixtures().ok) GTEST_SKIP() << "openssl could not make the test keys"; \
   } while (0)
 
@@ -141,19 +130,12 @@ inline std::string x509v3Token(const std::string& id, const std::string& content
          content + "</wsse:BinarySecurityToken>";
 }
 
-// A DER SEQUENCE around the given (already DER) elements: the X509PKIPathv1 form.
+// A DER SEQUENCE of the given elements (the X509PKIPathv1 form); content under 64 KB.
 inline std::string derSequence(const std::string& content) {
-  std::string out = "\x30";
   const size_t n = content.size();
-  if (n < 0x80) {
-    out += static_cast<char>(n);
-  } else {
-    std::string len;
-    for (size_t v = n; v; v >>= 8) len.insert(len.begin(), static_cast<char>(v & 0xFF));
-    out += static_cast<char>(0x80 | len.size());
-    out += len;
-  }
-  return out + content;
+  const std::string header = n < 0x80 ? std::string{'\x30', static_cast<char>(n)}
+                                      : std::string{'\x30', '\x82', static_cast<char>(n >> 8), static_cast<char>(n & 0xFF)};
+  return header + content;
 }
 
 // ---- verifier, keys and vaults ----
@@ -172,10 +154,10 @@ inline std::string keyDer(RefCountedObject* key) {
   return std::string(der.view());
 }
 
-inline RcPtr<ClsPublicKey> publicKeyOf(const TestCert& cert) {
+// The public key of a certificate file, loaded the way a caller would.
+inline RcPtr<ClsPublicKey> keyFromFile(const std::string& path) {
   RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
-  LogNull quiet;
-  EXPECT_TRUE(key->loadAnyDer(DataBuffer(cert.spkiDer.data(), cert.spkiDer.size()), quiet));
+  EXPECT_TRUE(key->LoadFromFile(XString(path.c_str()))) << path;
   return key;
 }
 
@@ -183,13 +165,6 @@ inline RcPtr<ClsXmlCertVault> vaultWith(const std::vector<std::string>& certFile
   RcPtr<ClsXmlCertVault> vault(ClsXmlCertVault::createNewCls());
   for (const std::string& path : certFiles) EXPECT_TRUE(vault->AddCertFile(XString(path.c_str()))) << path;
   return vault;
-}
-
-// The public key of a DER certificate file as openssl extracts it (SubjectPublicKeyInfo DER).
-inline std::string spkiOfCertFile(const std::string& derPath) {
-  const std::string out = testsupport::makeTempDir("spki") + "/key.der";
-  const std::string cmd = "openssl x509 -inform DER -in '" + derPath + "' -pubkey -noout | openssl pkey -pubin -outform DER -out '" + out + "'";
-  return std::system(cmd.c_str()) == 0 ? testsupport::readFile(out) : std::string();
 }
 
 // ---- the structured log ----

@@ -1,5 +1,5 @@
-// Certificate decoding and lookups: cleaning of character references, the de-duplication
-// keys, DN reversal, PKI paths and the certificate store behind UseCertVault.
+// Certificate decoding: cleaning of character references, the de-duplication keys, DN
+// reversal and PKI paths.
 #include <gtest/gtest.h>
 
 #include "KeyTestFixtures.h"
@@ -66,28 +66,4 @@ TEST(CertLookup, PkiPathGivesItsLastCertificate) {
   EXPECT_FALSE(dsig->pkiPathV1_to_cert(StringBuffer(base64("\x30\x7f\x02")), out, log));  // truncated DER
   EXPECT_TRUE(logprobe::hasError(log, "Invalid binary security token content."));
   EXPECT_TRUE(out.isEmpty());
-}
-
-TEST(CertLookup, StoreLookupsFindOnlyWhatAnAttachedVaultHolds) {
-  REQUIRE_KEY_FIXTURES();
-  const Fixtures& f = fixtures();
-  auto dsig = loadedVerifier(signatureDoc(""));
-  _btLogger log;
-  StringBuffer out;
-  EXPECT_FALSE(dsig->getCertByIssuerNameAndSerial("Key Two", "FF", out, log));
-  EXPECT_EQ(log.lastErrorLine(), "");  // a miss is not an error
-  EXPECT_EQ(dsig->getPublicKeyBySubjectName("C=US, O=Example Org, CN=Key Two", log), nullptr);
-
-  auto vault = vaultWith({f.two.derPath});
-  ASSERT_TRUE(dsig->UseCertVault(*vault));
-  EXPECT_EQ(dsig->m_log.entries().back().children.back().text, "Success.");
-  ASSERT_TRUE(dsig->getCertByIssuerNameAndSerial("Key Two", "FF", out, log));
-  EXPECT_EQ(out.str(), f.two.certBase64);
-  EXPECT_FALSE(dsig->getCertByIssuerNameAndSerial("Key Two", "255", out, log)) << "the serial must be hex";
-  EXPECT_TRUE(out.isEmpty());
-  ASSERT_TRUE(dsig->getCertBySubjectName("C=US, O=Example Org, CN=Key Two", out, log));
-  EXPECT_EQ(out.str(), f.two.certBase64);
-  RcPtr<ClsPublicKey> key(dsig->getPublicKeyBySubjectName("C=US, O=Example Org, CN=Key Two", log));
-  ASSERT_TRUE(key);
-  EXPECT_EQ(keyDer(key.get()), f.two.spkiDer);
 }

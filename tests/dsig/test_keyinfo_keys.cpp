@@ -2,12 +2,7 @@
 // lookups by reference, and WS-Security token references.
 #include <gtest/gtest.h>
 
-#include <memory>
-
 #include "KeyTestFixtures.h"
-#include "crypto/ClsPublicKey.h"
-#include "crypto/ClsXmlCertVault.h"
-#include "dsig/ClsXmlDSig.h"
 #include "support/ClsXml.h"
 
 using namespace keyfixtures;
@@ -49,15 +44,13 @@ TEST(KeyInfoKeys, MalformedKeyValueStopsResolutionButTheCallerKeyStillFollows) {
   auto dsig = loadedVerifier(signatureDoc(
       "<ds:KeyValue><ds:RSAKeyValue><ds:Exponent>AQAB</ds:Exponent></ds:RSAKeyValue></ds:KeyValue>" +
       x509Data({f.one.certBase64})));
+  ASSERT_TRUE(dsig->SetPublicKey(*keyFromFile(f.two.derPath)));
   _btLogger log;
   bool ok = true;
   EXPECT_TRUE(resolve(*dsig, true, log, &ok).empty());
   EXPECT_FALSE(ok);
-  EXPECT_TRUE(log.containsText("Failed to parse public key RSA XML"));
-  EXPECT_FALSE(log.containsText("numX509Certificates"));
-
-  auto callerKey = publicKeyOf(f.two);
-  ASSERT_TRUE(dsig->SetPublicKey(*callerKey));
+  EXPECT_TRUE(logprobe::hasError(log, "Failed to parse public key RSA XML"));
+  EXPECT_EQ(logprobe::value(log, "numX509Certificates"), "<absent>");
   EXPECT_EQ(resolve(*dsig, false, log, &ok), std::vector<std::string>{f.two.spkiDer});
   EXPECT_TRUE(ok);
 }
@@ -96,7 +89,7 @@ TEST(KeyInfoKeys, IssuerSerialAsksTheStoreByIssuerCnAndHexSerialUnlessEmbedded) 
 TEST(KeyInfoKeys, CorpusReferencesBySubjectIssuerSerialAndSkiResolveThroughTheVault) {
   REQUIRE_CORPUS();
   const std::string keys = testsupport::corpusDir() + "/interop/xmlsec/keys/";
-  const std::string signer = spkiOfCertFile(keys + "rsa/rsa-4096-cert.der");
+  const std::string signer = keyDer(keyFromFile(keys + "rsa/rsa-4096-cert.der").get());
   for (const char* name : {"enveloped-x509-subjectname", "enveloped-x509-issuerserial", "enveloped-x509-ski"}) {
     auto dsig = loadedVerifier(testsupport::readFile(testsupport::corpusDir() +
                                                      "/interop/xmlsec/aleksey-xmldsig-01/" + name + ".xml"));
@@ -158,21 +151,11 @@ TEST(KeyInfoKeys, ThumbprintIdentifierUsesTheFirstX509TokenWhateverItsThumbprint
   EXPECT_TRUE(log.containsText("Got public key from base64 cert."));
 }
 
-TEST(KeyInfoKeys, NoKeyInfoYieldsOnlyTheCallerKey) {
-  REQUIRE_KEY_FIXTURES();
+TEST(KeyInfoKeys, MissingKeyInfoIsReportedOnlyForASelectedSignature) {
   std::unique_ptr<ClsXmlDSig> empty(ClsXmlDSig::createNewCls());
   EXPECT_EQ(empty->GetKeyInfo(), nullptr);
-  EXPECT_FALSE(empty->m_log.containsText("No KeyInfo child."));  // no signature selected at all
-
+  EXPECT_FALSE(logprobe::hasError(empty->m_log, "No KeyInfo child."));
   auto dsig = loadedVerifier(signatureDoc(""));
   EXPECT_EQ(dsig->GetKeyInfo(), nullptr);
-  EXPECT_TRUE(dsig->m_log.containsText("No KeyInfo child."));
-  auto callerKey = publicKeyOf(fixtures().one);
-  ASSERT_TRUE(dsig->SetPublicKey(*callerKey));
-  _btLogger log;
-  bool ok = true;
-  EXPECT_TRUE(resolve(*dsig, true, log, &ok).empty());
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(resolve(*dsig, false, log, &ok), std::vector<std::string>{fixtures().one.spkiDer});
-  EXPECT_TRUE(ok);
+  EXPECT_TRUE(logprobe::hasError(dsig->m_log, "No KeyInfo child."));
 }
