@@ -23,6 +23,8 @@ const std::vector<Command>& commands() {
       {verifySpec, runVerify},
       {infoSpec, runInfo},
       {refsSpec, runReferences},
+      {c14nSpec, runC14n},
+      {timestampSpec, runTimestamp},
   };
   return registry;
 }

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "CliRun.h"
 #include "TestSupport.h"
 
 namespace fs = std::filesystem;
@@ -19,36 +20,11 @@ using nlohmann::json;
 
 namespace {
 
-struct RunResult {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += (c == '\'') ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-// Runs a shell command line (stderr captured through a temporary file).
-RunResult runShell(const std::string& command) {
-  static const std::string errFile = testsupport::makeTempDir("cli") + "/stderr";
-  RunResult r;
-  FILE* p = popen((command + " 2>" + quote(errFile)).c_str(), "r");
-  if (!p) return r;
-  char buf[65536];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-  const int status = pclose(p);
-  r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  r.err = testsupport::readFile(errFile);
-  return r;
-}
-
-std::string binary() { return quote(std::string(XMLDSIG_BINARY_DIR) + "/xmldsig"); }
-
-RunResult xmldsig(const std::string& args) { return runShell(binary() + " " + args); }
+using clirun::RunResult;
+using clirun::quote;
+using clirun::binary;
+using clirun::runShell;
+using clirun::xmldsig;
 
 std::string example(const char* name) { return testsupport::sourceDir() + "/examples/" + name; }
 

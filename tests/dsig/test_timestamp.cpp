@@ -3,16 +3,12 @@
 // HTTP server), are loaded again, checked and verified; tampering makes them fail.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "TestSupport.h"
+#include "TimeStampAuthority.h"
 #include "dsig/ClsXmlDSig.h"
 #include "support/ClsJsonObject.h"
 #include "support/ClsStringBuilder.h"
@@ -23,47 +19,7 @@ namespace {
 
 using testsupport::readFile;
 
-// One authority and one set of fixtures for the whole suite.
-class TimeStampAuthority {
- public:
-  TimeStampAuthority() {
-    dir_ = testsupport::makeTempDir("tsa");
-    fixtures_ = dir_ + "/docs";
-    const std::string tools = testsupport::sourceDir() + "/tests/tools";
-    if (std::system(("bash " + tools + "/make_xades_fixtures.sh " + fixtures_ + " >/dev/null 2>&1").c_str()) != 0) {
-      error_ = "could not sign the fixtures with xmlsec1";
-      return;
-    }
-    const std::string cmd = "python3 " + tools + "/tsa_server.py " + dir_ + " --lifetime 900 >/dev/null 2>&1 & echo $! > " +
-                            dir_ + "/pid";
-    if (std::system(cmd.c_str()) != 0) {
-      error_ = "could not start the time-stamp authority";
-      return;
-    }
-    for (int i = 0; i < 300 && port_.empty(); ++i) {
-      port_ = readFile(dir_ + "/port");
-      if (port_.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    if (port_.empty()) error_ = "the time-stamp authority did not start";
-  }
-  ~TimeStampAuthority() {
-    const std::string pid = readFile(dir_ + "/pid");
-    if (!pid.empty()) std::system(("kill " + pid + " 2>/dev/null").c_str());
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
-  }
-  std::string url() const { return "http://127.0.0.1:" + port_ + "/"; }
-  std::string fixture(const std::string& name) const { return readFile(fixtures_ + "/" + name); }
-  const std::string& error() const { return error_; }
-
- private:
-  std::string dir_, fixtures_, port_, error_;
-};
-
-TimeStampAuthority& authority() {
-  static TimeStampAuthority tsa;
-  return tsa;
-}
+testsupport::TimeStampAuthority& authority() { return testsupport::TimeStampAuthority::instance(); }
 
 struct Verifier {
   std::unique_ptr<ClsXmlDSig> dsig{ClsXmlDSig::createNewCls()};
@@ -85,15 +41,10 @@ std::string addTimeStamp(ClsXmlDSig& dsig, const std::string& url, bool& ok) {
   return out->getXString().getUtf8();
 }
 
-#define REQUIRE_AUTHORITY()                                                                   \
-  do {                                                                                        \
-    if (!authority().error().empty()) GTEST_SKIP() << authority().error();                    \
-  } while (0)
-
 }  // namespace
 
 TEST(TimeStamp, AddsAtTheRightPlaceForEveryXadesShapeAndVerifies) {
-  REQUIRE_AUTHORITY();
+  REQUIRE_TIMESTAMP_AUTHORITY();
   struct Shape {
     const char* file;
     const char* mustContain;  // where the new element must stand
@@ -136,7 +87,7 @@ TEST(TimeStamp, AddsAtTheRightPlaceForEveryXadesShapeAndVerifies) {
 }
 
 TEST(TimeStamp, TamperedTokenOrSignatureValueFails) {
-  REQUIRE_AUTHORITY();
+  REQUIRE_TIMESTAMP_AUTHORITY();
   Verifier v;
   ASSERT_TRUE(v.load(authority().fixture("plain.xml")));
   bool ok = false;
@@ -163,7 +114,7 @@ TEST(TimeStamp, TamperedTokenOrSignatureValueFails) {
 }
 
 TEST(TimeStamp, UnreachableAuthorityStillReturnsTheDocumentWithAnEmptyToken) {
-  REQUIRE_AUTHORITY();
+  REQUIRE_TIMESTAMP_AUTHORITY();
   Verifier v;
   ASSERT_TRUE(v.load(authority().fixture("plain.xml")));
   bool ok = false;
