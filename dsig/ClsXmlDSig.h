@@ -27,6 +27,7 @@ class ClsXmlCertVault;
 class DSigReference;
 class DSigRefExternalData;
 class StringHashSet;
+class XmlSigLocate;
 
 class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
  public:
@@ -97,6 +98,10 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
 
   // ---- verification ----
   bool verifySignature(bool verifyReferenceDigests, LogBase& log);
+  // Finds the selected signature in the document text: by its Id when it has one (a miss is
+  // logged as information with infoTag), else by the digest value of its first reference.
+  bool locateSignature(XmlSigLocate& locator, const StringBuffer& signatureId, const StringBuffer& firstRefDigest,
+                       int infoTag, LogBase& log);
   static int signatureMethodToHashAlg(const StringBuffer& algorithmUri, LogBase& log);
   static int signatureMethodToKeyType(const StringBuffer& algorithmUri, LogBase& log);
 

@@ -34,6 +34,20 @@ std::string siiDomainWithoutHost() {
 
 }  // namespace
 
+bool ClsXmlDSig::locateSignature(XmlSigLocate& locator, const StringBuffer& signatureId,
+                                 const StringBuffer& firstRefDigest, int infoTag, LogBase& log) {
+  _btXmlDtd dtd;
+  if (!signatureId.isEmpty()) {
+    if (locator.FindXmlSigById(signatureId.getString(), m_xmlSb, dtd, log)) return true;
+    log.LogInfo_n("Unable to find the Signature by Id.", infoTag);
+    log.LogDataSb("signatureId", signatureId);
+    return false;
+  }
+  if (locator.FindXmlSigByRefDigest(firstRefDigest.getString(), m_xmlSb, dtd, log)) return true;
+  log.LogError("Unable to find the Signature.");
+  return false;
+}
+
 bool ClsXmlDSig::VerifySignature(bool verifyReferenceDigests) {
   OperationFrame frame(*this, "VerifySignature", true);
   return verifySignature(verifyReferenceDigests, m_log);
@@ -41,16 +55,8 @@ bool ClsXmlDSig::VerifySignature(bool verifyReferenceDigests) {
 
 bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   log.LogDataSb("uncommonOptions", log.m_uncommonOptions);
-  m_isZatca = log.hasUncommonOption("ZATCA", true);
-  if (m_isZatca) {
-    m_noSortBugRetry = true;
-    log.LogInfo("Will validate according to ZATCA rules...");
-  }
-  m_isMyInvois = log.hasUncommonOption("MYINVOIS", true);
-  if (m_isMyInvois) {
-    m_noSortBugRetry = true;
-    log.LogInfo("Will validate according to MyInvois rules...");
-  }
+  checkSetZatca(log);
+  checkSetMyInvois(log);
   log.LogDataLong("verifyReferenceDigests", verifyReferenceDigests ? 1 : 0);
   log.LogDataLong("selector", m_selector);
 
@@ -104,17 +110,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     firstRef.parseReference(refElement.get(), log);
   }
   XmlSigLocate locator;
-  _btXmlDtd dtd;
-  if (!signatureId.isEmpty()) {
-    if (!locator.FindXmlSigById(signatureId.getString(), m_xmlSb, dtd, log)) {
-      log.LogInfo_n("Unable to find the Signature by Id.", 3);
-      log.LogDataSb("signatureId", signatureId);
-      return false;
-    }
-  } else if (!locator.FindXmlSigByRefDigest(firstRef.digestValue.getString(), m_xmlSb, dtd, log)) {
-    log.LogError("Unable to find the Signature.");
-    return false;
-  }
+  if (!locateSignature(locator, signatureId, firstRef.digestValue, 3, log)) return false;
   const size_t signedInfoStart = locator.m_signedInfoStart;
 
   if (log.hasUncommonOption("VerifyEncapsulatedTimeStamp", true)) {

@@ -14,16 +14,8 @@ bool ClsXmlDSig::VerifyReferenceDigest(int index) {
 
   log.LogDataSb("uncommonOptions", log.m_uncommonOptions);
   // The family modes follow the options of this call, whatever an earlier call set.
-  m_isZatca = log.hasUncommonOption("ZATCA", true);
-  if (m_isZatca) {
-    m_noSortBugRetry = true;
-    log.LogInfo("Will validate according to ZATCA rules...");
-  }
-  m_isMyInvois = log.hasUncommonOption("MYINVOIS", true);
-  if (m_isMyInvois) {
-    m_noSortBugRetry = true;
-    log.LogInfo("Will validate according to MyInvois rules...");
-  }
+  checkSetZatca(log);
+  checkSetMyInvois(log);
 
   ExtPtrArraySb dirs;
   if (!m_externalRefDirs.isEmpty()) splitExternalRefDirs(dirs);

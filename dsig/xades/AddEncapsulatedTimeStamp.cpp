@@ -75,26 +75,16 @@ bool ClsXmlDSig::addEncapsulatedTimeStamp(ClsJsonObject& options, XString& out, 
 
   XmlSigLocate locator;
   locator.m_recordXadesPositions = true;
-  _btXmlDtd dtd;
-  if (!signatureId.isEmpty()) {
-    if (!locator.FindXmlSigById(signatureId.getString(), m_xmlSb, dtd, log)) {
-      log.LogInfo_n("Unable to find the Signature by Id.", 1);
-      log.LogDataSb("signatureId", signatureId);
-      return false;
-    }
-  } else {
+  DSigReference firstRef;
+  if (signatureId.isEmpty()) {
     RcPtr<ClsXml> refElement(getReference(0, log));
     if (!refElement) {
       log.LogError("No Reference at index 0");
       return false;
     }
-    DSigReference ref;
-    ref.parseReference(refElement.get(), log);
-    if (!locator.FindXmlSigByRefDigest(ref.digestValue.getString(), m_xmlSb, dtd, log)) {
-      log.LogError("Unable to find the Signature.");
-      return false;
-    }
+    firstRef.parseReference(refElement.get(), log);
   }
+  if (!locateSignature(locator, signatureId, firstRef.digestValue, 1, log)) return false;
   log.LogDataUint32("m_signatureValueLoc", locator.m_signatureValueLoc);
   log.LogDataUint32("m_qualifyingPropertiesLoc", locator.m_qualifyingPropertiesLoc);
   log.LogDataUint32("m_unsignedPropertiesLoc", locator.m_unsignedPropertiesLoc);
