@@ -1,0 +1,310 @@
+// `xmldsig verify` as a user runs it: verdict lines and exit codes, JSON lines, choosing
+// signatures, keys, HMAC secrets, external data, document-family options, standard input,
+// parallel files and the per-reference report. Documents are the bundled examples, the
+// corpus, and fixtures signed by xmlsec1 and openssl at test time.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+
+using nlohmann::json;
+
+namespace {
+
+struct RunResult {
+  int exitCode = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += (c == '\'') ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+// The signed fixtures and a scratch directory, made once.
+class Fixtures {
+ public:
+  Fixtures() {
+    dir_ = testsupport::makeTempDir("cli-verify");
+    const std::string script = testsupport::sourceDir() + "/tests/tools/make_verify_fixtures.sh";
+    ok_ = std::system(("bash " + quote(script) + " " + quote(dir_ + "/fx") + " >/dev/null 2>&1").c_str()) == 0;
+  }
+  ~Fixtures() {
+    std::error_code ec;
+    std::filesystem::remove_all(dir_, ec);
+  }
+  bool ok() const { return ok_; }
+  std::string path(const std::string& name) const { return dir_ + "/fx/" + name; }
+  std::string scratch(const std::string& name) const { return dir_ + "/" + name; }
+
+ private:
+  std::string dir_;
+  bool ok_ = false;
+};
+
+const Fixtures& fixtures() {
+  static Fixtures f;
+  return f;
+}
+
+#define REQUIRE_FIXTURES() \
+  ASSERT_TRUE(fixtures().ok()) << "make_verify_fixtures.sh failed (needs xmlsec1 and openssl)"
+
+// Runs `xmldsig verify ARGS` through the shell (so ARGS may redirect standard input).
+RunResult verify(const std::string& args) {
+  const std::string errFile = fixtures().scratch("stderr");
+  const std::string command =
+      quote(std::string(XMLDSIG_BINARY_DIR) + "/xmldsig") + " verify " + args + " 2>" + quote(errFile);
+  RunResult r;
+  FILE* p = popen(command.c_str(), "r");
+  if (!p) return r;
+  char buf[65536];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+  const int status = pclose(p);
+  r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  r.err = testsupport::readFile(errFile);
+  return r;
+}
+
+std::string example(const char* name) { return testsupport::sourceDir() + "/examples/" + name; }
+std::string fx(const char* name) { return fixtures().path(name); }
+std::string corpus(const std::string& rel) { return testsupport::corpusDir() + "/" + rel; }
+
+std::vector<std::string> outputLines(const std::string& out) {
+  std::vector<std::string> lines;
+  std::istringstream in(out);
+  std::string line;
+  while (std::getline(in, line)) lines.push_back(line);
+  return lines;
+}
+
+// A fixture with one substring replaced, written to the scratch directory.
+std::string tamperedCopy(const char* name, const std::string& from, const std::string& to) {
+  std::string text = testsupport::readFile(fx(name));
+  const size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+  const std::string out = fixtures().scratch(std::string("tampered-") + name);
+  testsupport::writeFile(out, text);
+  return out;
+}
+
+const char* const kZatcaInvoice = "families/zatca/zatca-sdk348-simplified_invoice/Simplified_Invoice.xml";
+const char* const kTwoSignatures = "families/tsl/tsl-dss-cz_two-sigs/CZ_two-sigs.xml";
+
+}  // namespace
+
+TEST(CliVerify, VerdictLinesAndExitStatus) {
+  REQUIRE_FIXTURES();
+  const std::string signedInvoice = example("invoice-signed.xml");
+  const std::string tamperedInvoice = example("invoice-tampered.xml");
+
+  RunResult r = verify(quote(signedInvoice));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, signedInvoice + ": valid\n");
+
+  r = verify(quote(signedInvoice) + " " + quote(tamperedInvoice));
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.out, signedInvoice + ": valid\n" + tamperedInvoice + ": INVALID (Failed to verify reference digest)\n");
+
+  // The signature value alone is intact in a document whose signed content changed.
+  const std::string tampered = tamperedCopy("two-refs.xml", "<Item>beta</Item>", "<Item>gamma</Item>");
+  EXPECT_EQ(verify(quote(tampered)).exitCode, 1);
+  r = verify("--no-references " + quote(tampered));
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.out, tampered + ": valid\n");
+
+  // Inputs that cannot be read or parsed, and usage errors, exit with 2.
+  const std::string notXml = fixtures().scratch("not-xml.xml");
+  testsupport::writeFile(notXml, "this is not <xml");
+  for (const std::string& args :
+       {quote(fixtures().scratch("missing.xml")), quote(notXml), quote(signedInvoice) + " " + quote(notXml),
+        "--bogus " + quote(signedInvoice), "--selector x " + quote(signedInvoice), std::string(""),
+        "--selector 1 --all " + quote(signedInvoice), "--jobs 0 " + quote(signedInvoice)}) {
+    SCOPED_TRACE(args);
+    r = verify(args);
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_FALSE(r.err.empty());
+  }
+  r = verify(quote(notXml));
+  EXPECT_NE(r.err.find("xmldsig verify: " + notXml + ": "), std::string::npos) << r.err;
+}
+
+TEST(CliVerify, JsonLines) {
+  REQUIRE_FIXTURES();
+  const std::string missing = fixtures().scratch("missing.xml");
+  RunResult r = verify("--json " + quote(example("invoice-signed.xml")) + " " + quote(example("invoice-tampered.xml")) +
+                       " " + quote(missing));
+  EXPECT_EQ(r.exitCode, 2);
+  const std::vector<std::string> lines = outputLines(r.out);
+  ASSERT_EQ(lines.size(), 3u) << r.out;
+  const json valid = json::parse(lines[0]);
+  const json invalid = json::parse(lines[1]);
+  const json unread = json::parse(lines[2]);
+  for (const json* j : {&valid, &invalid}) {
+    for (const char* key : {"file", "signature", "id", "valid", "refFailReason"})
+      EXPECT_TRUE(j->contains(key)) << key << " in " << j->dump();
+    EXPECT_EQ((*j)["signature"], 0);
+    EXPECT_FALSE(j->contains("log"));
+  }
+  EXPECT_EQ(valid["file"], example("invoice-signed.xml"));
+  EXPECT_EQ(valid["valid"], true);
+  EXPECT_EQ(valid["refFailReason"], 0);
+  EXPECT_EQ(invalid["valid"], false);
+  EXPECT_EQ(invalid["refFailReason"], 1);
+  EXPECT_EQ(unread["file"], missing);
+  EXPECT_TRUE(unread.contains("error"));
+  EXPECT_FALSE(unread.contains("valid"));
+
+  r = verify("--json --log " + quote(fx("two-refs.xml")));
+  EXPECT_EQ(r.exitCode, 0);
+  const json withLog = json::parse(r.out);
+  EXPECT_EQ(withLog["id"], "sig-two");
+  EXPECT_NE(withLog["log"].get<std::string>().find("VerifySignature"), std::string::npos);
+}
+
+TEST(CliVerify, ChoosingSignatures) {
+  REQUIRE_CORPUS();
+  const std::string file = corpus(kTwoSignatures);
+  // The first signature keeps a parallel signature that follows it after a line break.
+  RunResult r = verify("--all " + quote(file));
+  EXPECT_EQ(r.exitCode, 1);
+  const std::vector<std::string> lines = outputLines(r.out);
+  ASSERT_EQ(lines.size(), 2u) << r.out;
+  EXPECT_EQ(lines[0].rfind(file + "#0: INVALID (", 0), 0u) << lines[0];
+  EXPECT_EQ(lines[1], file + "#1: valid");
+
+  r = verify("--selector 1 " + quote(file));
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.out, file + "#1: valid\n");
+  r = verify("--signature-id id-9ea5ec688d9c6e55922c6a9821235c2e " + quote(file));
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.out, file + "#1: valid\n");
+  r = verify("--json --signature-id Signature-1217271300 " + quote(file));
+  EXPECT_EQ(json::parse(r.out)["signature"], 0);
+
+  EXPECT_EQ(verify("--signature-id no-such-id " + quote(file)).exitCode, 2);
+  EXPECT_EQ(verify("--selector 7 " + quote(file)).exitCode, 2);
+}
+
+TEST(CliVerify, KeysSecretsExternalDataAndOptions) {
+  REQUIRE_FIXTURES();
+  struct Case {
+    std::string args;
+    std::string verdict;  // what follows "FILE: "
+  };
+  const std::string pkcs1 = quote(fx("pkcs1.xml"));
+  const std::string hmac = quote(fx("hmac.xml"));
+  const std::string external = quote(fx("external.xml"));
+  for (const Case& c : {
+           Case{pkcs1, "INVALID (No public key available to verify signature.)"},
+           Case{"--key " + quote(fx("rsa-pub.pem")) + " " + pkcs1, "valid"},
+           Case{"--key " + quote(fx("cert.pem")) + " " + pkcs1, "valid"},
+           Case{"--key " + quote(fx("other-cert.pem")) + " " + pkcs1,
+                "INVALID (RSA verify hash found the signature to be invalid.)"},
+           Case{"--hmac-key secret " + hmac, "valid"},
+           Case{"--hmac-key 736563726574 --hmac-encoding hex " + hmac, "valid"},
+           Case{"--hmac-key Secret " + hmac, "INVALID (HMAC validation failed.)"},
+           Case{external, "INVALID (Failed to verify reference digest)"},
+           Case{"--ref-data 0=" + quote(fx("payload.txt")) + " " + external, "valid"},
+           Case{"--ref-data 0=" + quote(fx("hmac.key")) + " " + external, "INVALID (Failed to verify reference digest)"},
+           Case{"--external-dir " + quote(fixtures().scratch("")) + " --external-dir " + quote(fx("")) + " " + external,
+                "valid"},
+           Case{"--ignore-external " + external, "valid"},
+       }) {
+    SCOPED_TRACE(c.args);
+    const RunResult r = verify(c.args);
+    const std::string file = c.args.substr(c.args.rfind(' ') + 1);
+    EXPECT_EQ(r.out, file.substr(1, file.size() - 2) + ": " + c.verdict + "\n") << r.err;
+    EXPECT_EQ(r.exitCode, c.verdict == "valid" ? 0 : 1);
+  }
+  EXPECT_EQ(verify("--key " + quote(fixtures().scratch("no-key.pem")) + " " + pkcs1).exitCode, 2);
+  EXPECT_EQ(verify("--ref-data zero=x " + external).exitCode, 2);
+
+  if (testsupport::corpusDir().empty()) GTEST_SKIP() << "ZATCA invoice: shared corpus not found";
+  const std::string invoice = corpus(kZatcaInvoice);
+  RunResult r = verify("--option ZATCA " + quote(invoice));
+  EXPECT_EQ(r.exitCode, 0) << r.out;
+  EXPECT_EQ(r.out, invoice + ": valid\n");
+  // Only the option says how the signature value is computed when no reference is checked.
+  r = verify("--option ZATCA --no-references " + quote(invoice));
+  EXPECT_EQ(r.out, invoice + ": valid\n");
+  r = verify("--no-references " + quote(invoice));
+  EXPECT_EQ(r.out, invoice + ": INVALID (ECDSA verify hash found the signature to be invalid.)\n");
+  EXPECT_EQ(r.exitCode, 1);
+}
+
+TEST(CliVerify, StandardInputAndParallelFilesInInputOrder) {
+  REQUIRE_FIXTURES();
+  RunResult r = verify("- < " + quote(example("invoice-signed.xml")));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, "-: valid\n");
+  r = verify("- < " + quote(example("invoice-tampered.xml")));
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.out.rfind("-: INVALID (", 0), 0u) << r.out;
+
+  // Files of different sizes and verdicts, so that threads finish out of order.
+  const std::vector<std::string> files = {fx("two-refs.xml"), example("invoice-tampered.xml"), fx("hmac.xml"),
+                                          fx("two-no-id.xml"), example("invoice-signed.xml"), fx("external.xml"),
+                                          fx("pss.xml"), example("invoice-signed.xml")};
+  std::string args = "--jobs 2 --key " + quote(fx("rsa-pub.pem")) + " --hmac-key secret";
+  for (const std::string& f : files) args += " " + quote(f);
+  r = verify(args);
+  EXPECT_EQ(r.exitCode, 1);
+  const std::vector<std::string> lines = outputLines(r.out);
+  ASSERT_EQ(lines.size(), files.size()) << r.out;
+  size_t i = 0;
+  for (const std::string& f : files) {
+    if (f == fx("two-no-id.xml")) {  // two signatures: the first is verified, numbered
+      EXPECT_EQ(lines[i++], f + "#0: valid");
+      continue;
+    }
+    const bool valid = f != example("invoice-tampered.xml") && f != fx("external.xml");
+    EXPECT_EQ(lines[i++].rfind(f + (valid ? ": valid" : ": INVALID ("), 0), 0u) << lines[i - 1];
+  }
+}
+
+TEST(CliVerify, ReferencesOnlyPrintsEachReference) {
+  REQUIRE_FIXTURES();
+  const std::string tampered = tamperedCopy("two-refs.xml", "<Item>beta</Item>", "<Item>gamma</Item>");
+  const std::string original = testsupport::readFile(fx("two-refs.xml"));
+  const size_t second = original.find("<ds:DigestValue>", original.find("URI=\"#obj-b\"")) + 16;
+  const std::string storedB = original.substr(second, original.find('<', second) - second);
+
+  RunResult r = verify("--references-only " + quote(tampered));
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_NE(r.out.find(tampered + ": signature 0 (Id \"sig-two\"), 2 references: NOT all valid\n"), std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find("  reference 0: URI \"#obj-a\": valid\n"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("  reference 1: URI \"#obj-b\": INVALID, RefFailReason 1 (digest mismatch)\n"),
+            std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find("    stored:     " + storedB + "\n"), std::string::npos) << r.out;
+
+  r = verify("--references-only --json " + quote(tampered));
+  const json j = json::parse(r.out);
+  ASSERT_EQ(j["references"].size(), 2u);
+  EXPECT_EQ(j["references"][1]["refFailReason"], 1);
+  EXPECT_EQ(j["references"][1]["storedDigest"], storedB);
+  EXPECT_NE(j["references"][1]["calculatedDigest"], storedB);
+  EXPECT_EQ(j["references"][0]["calculatedDigest"], j["references"][0]["storedDigest"]);
+
+  // External data missing: reason 2; skipped with --ignore-external.
+  r = verify("--references-only " + quote(fx("external.xml")));
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_NE(r.out.find("RefFailReason 2 (external data missing or unreadable)"), std::string::npos) << r.out;
+  r = verify("--references-only --ignore-external " + quote(fx("external.xml")));
+  EXPECT_EQ(r.exitCode, 0) << r.out;
+  EXPECT_NE(r.out.find("skipped (no external data)"), std::string::npos) << r.out;
+}
