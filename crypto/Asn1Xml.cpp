@@ -220,6 +220,9 @@ class Renderer {
       return raw(tlv, depth);
     }
     const TypeInfo* type = tlv.tagClass == 0 ? universalByTag(tlv.tagNumber) : nullptr;
+    // A SEQUENCE or SET in primitive form is not valid ASN.1 but must still come back
+    // as it was: it is rendered as a generic universal element.
+    if (type && type->content == Content::Children && !tlv.constructed) type = nullptr;
     std::string name = type ? type->name : kClassNames[tlv.tagClass];
     std::string attrs;
     if (!type) {
