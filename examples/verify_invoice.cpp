@@ -1,5 +1,6 @@
 // Verifies every signature of a signed document and, for one that fails, says why: the
-// last error line of the verifier's log and the RefFailReason of the reference that failed.
+// last error line of the verifier's log, and each reference that fails with its
+// RefFailReason.
 //
 //   verify_invoice [--log] FILE [KEYWORD...]
 //
@@ -23,7 +24,6 @@ namespace {
 // What RefFailReason says about the reference that failed last.
 const char* refFailReasonText(int reason) {
   switch (reason) {
-    case 0: return "no reference failed";
     case 1: return "the digest does not match: the signed data was changed";
     case 2: return "the data of an external reference was not supplied or cannot be hashed";
     case 3: return "the signature has no such reference";
@@ -77,10 +77,20 @@ int main(int argc, char** argv) {
       continue;
     }
     allValid = false;
-    const int reason = dsig->get_RefFailReason();
-    std::printf("%s: signature %d: INVALID\n", path, i);
-    std::printf("  last error:    %s\n", dsig->lastErrorLine().c_str());
-    std::printf("  RefFailReason: %d (%s)\n", reason, refFailReasonText(reason));
+    // The log's last error names the step that failed. RefFailReason describes the last
+    // reference checked, so ask each reference in turn which of them failed and why.
+    std::printf("%s: signature %d: INVALID (%s)\n", path, i, dsig->lastErrorLine().c_str());
+    bool referenceFailed = false;
+    for (int r = 0; r < dsig->get_NumReferences(); ++r) {
+      if (dsig->VerifyReferenceDigest(r)) continue;
+      referenceFailed = true;
+      XString uri;
+      dsig->ReferenceUri(r, uri);
+      const int reason = dsig->get_RefFailReason();
+      std::printf("  reference %d (URI \"%s\"): RefFailReason %d, %s\n", r, uri.getUtf8(), reason,
+                  refFailReasonText(reason));
+    }
+    if (!referenceFailed) std::printf("  every reference digest matches: the signature value check failed\n");
   }
   return allValid ? 0 : 1;
 }

@@ -54,9 +54,20 @@ TEST(Examples, VerifyInvoiceSaysWhyASignatureFailed) {
   const std::string tamperedPath = bundled("invoice-tampered.xml");
   r = runExample("verify_invoice", quote(tamperedPath));
   EXPECT_EQ(r.exitCode, 1);
-  EXPECT_EQ(r.out, tamperedPath + ": signature 0: INVALID\n"
-                                  "  last error:    Failed to verify reference digest\n"
-                                  "  RefFailReason: 1 (the digest does not match: the signed data was changed)\n");
+  EXPECT_EQ(r.out, tamperedPath + ": signature 0: INVALID (Failed to verify reference digest)\n"
+                                  "  reference 0 (URI \"\"): RefFailReason 1, the digest does not match: the "
+                                  "signed data was changed\n");
+
+  // The references intact, the signature value changed.
+  std::string text = testsupport::readFile(signedPath);
+  const size_t value = text.find("<ds:SignatureValue>") + 19 + 40;
+  text[value] = text[value] == 'A' ? 'B' : 'A';
+  const std::string badValuePath = testsupport::makeTempDir("example-invoice") + "/bad-value.xml";
+  ASSERT_TRUE(testsupport::writeFile(badValuePath, text));
+  r = runExample("verify_invoice", quote(badValuePath));
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.out, badValuePath + ": signature 0: INVALID (RSA verify hash found the signature to be invalid.)\n"
+                                  "  every reference digest matches: the signature value check failed\n");
 
   // --log puts the verifier's whole log on standard error.
   r = runExample("verify_invoice", "--log " + quote(tamperedPath));
