@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "CliRun.h"
@@ -13,6 +14,16 @@ namespace {
 
 using clirun::quote;
 using clirun::RunResult;
+
+// A temporary directory removed at the end of the scope.
+struct TempDir {
+  explicit TempDir(const char* tag) : path(testsupport::makeTempDir(tag)) {}
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path, ec);
+  }
+  const std::string path;
+};
 
 std::string bundled(const std::string& name) { return testsupport::sourceDir() + "/examples/" + name; }
 
@@ -27,15 +38,16 @@ class ApiInputs {
     static const ApiInputs inputs;
     return inputs;
   }
-  std::string path(const std::string& name) const { return quote(dir_ + "/" + name); }
+  std::string path(const std::string& name) const { return quote(dir_.path + "/" + name); }
   const std::string& error() const { return error_; }
 
  private:
-  ApiInputs() : dir_(testsupport::makeTempDir("api-inputs")) {
-    const std::string cmd = "bash " + quote(bundled("make-api-inputs.sh")) + " " + quote(dir_) + " >/dev/null 2>&1";
+  ApiInputs() {
+    const std::string cmd = "bash " + quote(bundled("make-api-inputs.sh")) + " " + quote(dir_.path) + " >/dev/null 2>&1";
     if (std::system(cmd.c_str()) != 0) error_ = "examples/make-api-inputs.sh failed (are openssl and xmlsec1 installed?)";
   }
-  std::string dir_, error_;
+  TempDir dir_{"api-inputs"};
+  std::string error_;
 };
 
 #define REQUIRE_API_INPUTS()                                                                 \
@@ -62,7 +74,8 @@ TEST(Examples, VerifyInvoiceSaysWhyASignatureFailed) {
   std::string text = testsupport::readFile(signedPath);
   const size_t value = text.find("<ds:SignatureValue>") + 19 + 40;
   text[value] = text[value] == 'A' ? 'B' : 'A';
-  const std::string badValuePath = testsupport::makeTempDir("example-invoice") + "/bad-value.xml";
+  const TempDir dir("example-invoice");
+  const std::string badValuePath = dir.path + "/bad-value.xml";
   ASSERT_TRUE(testsupport::writeFile(badValuePath, text));
   r = runExample("verify_invoice", quote(badValuePath));
   EXPECT_EQ(r.exitCode, 1);
@@ -128,8 +141,8 @@ TEST(Examples, VerifyDetachedTakesTheDataFromAFileMemoryOrADirectory) {
 }
 
 TEST(Examples, CanonicalizeFragmentInclusiveAndExclusive) {
-  const std::string dir = testsupport::makeTempDir("c14n-example");
-  const std::string file = dir + "/envelope.xml";
+  const TempDir dir("c14n-example");
+  const std::string file = dir.path + "/envelope.xml";
   ASSERT_TRUE(testsupport::writeFile(
       file,
       "<?xml version=\"1.0\"?>\n"
@@ -168,7 +181,8 @@ TEST(Examples, TimestampSignatureStampsAndVerifies) {
   REQUIRE_TIMESTAMP_AUTHORITY();
   const ApiInputs& in = ApiInputs::instance();
   const std::string url = testsupport::TimeStampAuthority::instance().url();
-  const std::string out = testsupport::makeTempDir("ts-example") + "/stamped.xml";
+  const TempDir dir("ts-example");
+  const std::string out = dir.path + "/stamped.xml";
 
   RunResult r = runExample("timestamp_signature", in.path("invoice-for-timestamp.xml") + " " + quote(url) + " " +
                                                       quote(out) + " sha384");
