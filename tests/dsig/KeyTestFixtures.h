@@ -1,6 +1,6 @@
 // Test fixtures for key resolution: RSA keys and self-signed certificates made by the
-// openssl command line (once per test process, into a temporary directory), small
-// signature documents around a hand-written KeyInfo, and readers of the structured log.
+// openssl command line (once per test process, into a temporary directory), and small
+// signature documents around a hand-written KeyInfo.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,6 +11,7 @@
 
 #include "LogProbe.h"
 #include "TestSupport.h"
+#include "VerifierTestUtil.h"
 #include "crypto/ClsPublicKey.h"
 #include "crypto/ClsXmlCertVault.h"
 #include "dsig/ClsXmlDSig.h"
@@ -22,11 +23,7 @@
 
 namespace keyfixtures {
 
-inline std::string base64(const std::string& bytes) {
-  StringBuffer out;
-  ContentCoding::encodeBase64(bytes.data(), bytes.size(), out);
-  return out.str();
-}
+using dsigtest::base64;
 
 inline std::string unbase64(const std::string& text) {
   DataBuffer out;
@@ -140,10 +137,9 @@ inline std::string derSequence(const std::string& content) {
 
 // ---- verifier, keys and vaults ----
 
-inline std::unique_ptr<ClsXmlDSig> loadedVerifier(const std::string& xml) {
-  std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
-  XString text(xml.c_str());
-  EXPECT_TRUE(dsig->LoadSignature(text)) << dsig->lastErrorText();
+inline dsigtest::DSigPtr loadedVerifier(const std::string& xml) {
+  dsigtest::DSigPtr dsig = dsigtest::newVerifier();
+  EXPECT_TRUE(dsigtest::loadText(*dsig, xml)) << dsig->lastErrorText();
   return dsig;
 }
 
@@ -166,14 +162,5 @@ inline RcPtr<ClsXmlCertVault> vaultWith(const std::vector<std::string>& certFile
   for (const std::string& path : certFiles) EXPECT_TRUE(vault->AddCertFile(XString(path.c_str()))) << path;
   return vault;
 }
-
-// ---- the structured log ----
-
-inline bool hasContext(const std::vector<LogEntry>& entries, const std::string& name) {
-  for (const LogEntry& e : entries)
-    if (e.kind == LogEntry::Kind::Context && (e.key == name || hasContext(e.children, name))) return true;
-  return false;
-}
-inline bool hasContext(const _btLogger& log, const std::string& name) { return hasContext(log.entries(), name); }
 
 }  // namespace keyfixtures

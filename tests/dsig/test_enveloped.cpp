@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "DigestProbe.h"
+#include "VerifierTestUtil.h"
 #include "LogProbe.h"
 #include "TestSupport.h"
 #include "dsig/ClsXmlDSig.h"
@@ -111,7 +111,7 @@ TEST(EnvelopedSignature, RealTrustedListsDigestAsSigned) {
   const std::string at = testsupport::readFile(dir + "tsl-dss-at/AT.xml");
   ASSERT_FALSE(at.empty());
   Verifier v(at);
-  EXPECT_EQ(digestprobe::canonicalDigest(StringBuffer(v.transform(at)), 2),
+  EXPECT_EQ(dsigtest::canonicalDigest(StringBuffer(v.transform(at)), 2),
             "XLTBIUHdRtdI1WyP8qk+XFqYTI9ywNu9Pj3nqXONwUg=");
 
   // Two parallel signatures on separate lines: removing the first leaves the second, so the
@@ -121,10 +121,10 @@ TEST(EnvelopedSignature, RealTrustedListsDigestAsSigned) {
   const std::string out = w.transform(cz);
   const char* const signed0 = "8jGrZlYFteRTyqOYxEeyYvlIrQSn+cGna/LEbpH1AFo=";
   EXPECT_EQ(out.find("Id=\"Signature-1217271300\""), std::string::npos);
-  EXPECT_NE(digestprobe::canonicalDigest(StringBuffer(out), 2), signed0);
+  EXPECT_NE(dsigtest::canonicalDigest(StringBuffer(out), 2), signed0);
   // ... and it is only the second signature that makes the difference.
   StringBuffer without;
   _btXmlDtd dtd;
   ASSERT_TRUE(XmlSigRemoval::removeSignatures(StringBuffer(out), dtd, without, w.log));
-  EXPECT_EQ(digestprobe::canonicalDigest(without, 2), signed0);
+  EXPECT_EQ(dsigtest::canonicalDigest(without, 2), signed0);
 }

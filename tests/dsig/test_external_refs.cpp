@@ -3,10 +3,10 @@
 // corpus's detached vectors.
 #include <filesystem>
 
-#include "ReferenceTestUtil.h"
+#include "VerifierTestUtil.h"
 #include "TestSupport.h"
 
-using namespace reftest;
+using namespace dsigtest;
 
 namespace {
 

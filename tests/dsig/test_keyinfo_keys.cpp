@@ -81,7 +81,7 @@ TEST(KeyInfoKeys, IssuerSerialAsksTheStoreByIssuerCnAndHexSerialUnlessEmbedded) 
     ASSERT_TRUE(dsig->UseCertVault(*vault));
     _btLogger log;
     EXPECT_EQ(resolve(*dsig, true, log), c.keys) << c.x509DataContent;
-    EXPECT_EQ(hasContext(log, "getPublicKeyByIssuerNameAndSerial"), c.storeAsked) << c.x509DataContent;
+    EXPECT_EQ(logprobe::hasContext(log, "getPublicKeyByIssuerNameAndSerial"), c.storeAsked) << c.x509DataContent;
     EXPECT_EQ(logprobe::value(log, "sbSerialNumber_hex"), c.serialHex);
   }
 }
@@ -121,6 +121,7 @@ TEST(KeyInfoKeys, TokenReferencesToBinarySecurityTokens) {
     auto dsig = loadedVerifier(signatureDoc(tokenReference("#p", pathType), x509v3Token("p", path, pathType)));
     _btLogger log;
     EXPECT_EQ(resolve(*dsig, true, log), std::vector<std::string>{f.three.spkiDer});
+    EXPECT_TRUE(log.containsText("Getting last cert from X509PKIPathv1..."));
   }
   {  // A reference that is not "#id": false, but keys found before it stay.
     auto dsig = loadedVerifier(signatureDoc(x509Data({f.one.certBase64}) + tokenReference("cid:part1")));

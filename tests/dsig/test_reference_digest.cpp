@@ -1,10 +1,10 @@
 // VerifyReferenceDigest on same-document references: transform chains, the retry that
 // switches the attribute-sorting emulation, the digest fallbacks and the failure reasons.
 // Expected digests are SHA-256 over canonical forms written out by hand.
-#include "ReferenceTestUtil.h"
+#include "VerifierTestUtil.h"
 #include "TestSupport.h"
 
-using namespace reftest;
+using namespace dsigtest;
 
 namespace {
 

@@ -39,7 +39,7 @@ TEST(SignedInfo, CanonicalizationMethodAndPrefixList) {
   ASSERT_TRUE(loadText(*d, signedInfoDoc("<ds:SignatureMethod Algorithm=\"a\"/>", "")));
   _btLogger log;
   EXPECT_FALSE(d->getCanonicalizationMethod(alg, prefixes, log));
-  EXPECT_EQ(findValue(log, "childNotFound"), "*:CanonicalizationMethod");
+  EXPECT_EQ(logprobe::value(log, "childNotFound"), "*:CanonicalizationMethod");
 }
 
 TEST(SignedInfo, FieldsByNameAndAttribute) {
@@ -58,7 +58,7 @@ TEST(SignedInfo, FieldsByNameAndAttribute) {
   // A missing attribute is still a found field.
   ASSERT_TRUE(d->getSignedInfoField("Extra", "Algorithm", out, log));
   EXPECT_TRUE(out.isEmpty());
-  EXPECT_EQ(countErrors(log.entries()), 0);
+  EXPECT_EQ(logprobe::countErrors(log.entries()), 0);
 
   _btLogger miss;
   out.setString("stale");
@@ -66,7 +66,7 @@ TEST(SignedInfo, FieldsByNameAndAttribute) {
   EXPECT_TRUE(out.isEmpty());
   ASSERT_FALSE(miss.entries().empty());
   EXPECT_EQ(miss.entries()[0].key, "getSignedInfoField");
-  EXPECT_EQ(findValue(miss, "childNotFound"), "Missing");
+  EXPECT_EQ(logprobe::value(miss, "childNotFound"), "Missing");
 
   ASSERT_TRUE(loadText(*d, std::string("<r><ds:Signature ") + kNs + "/></r>"));
   _btLogger noSi;
@@ -87,7 +87,7 @@ TEST(SignedInfo, FieldsByNameAndAttribute) {
   out.setString("x");
   EXPECT_FALSE(d->getSignatureValue(out, quiet));
   EXPECT_TRUE(out.isEmpty());
-  EXPECT_EQ(countErrors(quiet.entries()), 0);
+  EXPECT_EQ(logprobe::countErrors(quiet.entries()), 0);
 }
 
 TEST(SignedInfo, SignatureValueDropsEscapedCarriageReturns) {
@@ -101,7 +101,7 @@ TEST(SignedInfo, SignatureValueDropsEscapedCarriageReturns) {
   ASSERT_TRUE(loadText(*d, signedInfoDoc("", "<ds:SignatureValue>&#13;</ds:SignatureValue>")));
   _btLogger empty;
   EXPECT_FALSE(d->getSignatureValue(out, empty));
-  EXPECT_EQ(countErrors(empty.entries()), 0);
+  EXPECT_EQ(logprobe::countErrors(empty.entries()), 0);
 
   ASSERT_TRUE(loadText(*d, signedInfoDoc("", "")));
   _btLogger none;
@@ -109,7 +109,7 @@ TEST(SignedInfo, SignatureValueDropsEscapedCarriageReturns) {
   EXPECT_EQ(none.lastErrorLine(), "No SignatureValue child.");
 }
 
-TEST(SignedInfo, CaptureUniqueTagContent) {
+TEST(SignedInfo, TextScannersForTagContentAndAttributes) {
   LogNull quiet;
   StringBuffer out("stale");
   StringBuffer xml("<a><ds:SignatureValue Id=\"v\">\n  QUJD\r\nREVG \t</ds:SignatureValue><x>  \n </x></a>");
@@ -118,10 +118,7 @@ TEST(SignedInfo, CaptureUniqueTagContent) {
   ASSERT_TRUE(ClsXmlDSig::captureUniqueTagContent("<x", xml, out, quiet));
   EXPECT_TRUE(out.isEmpty());
   EXPECT_FALSE(ClsXmlDSig::captureUniqueTagContent("<y", xml, out, quiet));
-}
 
-TEST(SignedInfo, CaptureUniqueAttrContent) {
-  StringBuffer out;
   _btLogger log;
   StringBuffer spread("<ds:SignatureValue\n   Id \t=\r\n  \"sig-value 1\">AAAA</ds:SignatureValue>");
   ASSERT_TRUE(ClsXmlDSig::captureUniqueAttrContent("<ds:SignatureValue", "Id", spread, out, log));
@@ -132,7 +129,7 @@ TEST(SignedInfo, CaptureUniqueAttrContent) {
   EXPECT_FALSE(ClsXmlDSig::captureUniqueAttrContent("<ds:SignatureValue", "Id", single, out, singleLog));
   EXPECT_TRUE(out.isEmpty());
   EXPECT_EQ(singleLog.lastErrorLine(), "Expected open double quote");
-  EXPECT_EQ(findValue(singleLog, "sb"), "<ds:SignatureValue Id='v'");
+  EXPECT_EQ(logprobe::value(singleLog, "sb"), "<ds:SignatureValue Id='v'");
 
   StringBuffer noAttr("<ds:SignatureValue>AAAA</ds:SignatureValue>");
   _btLogger noAttrLog;

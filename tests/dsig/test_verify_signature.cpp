@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "LogProbe.h"
 #include "TestSupport.h"
+#include "VerifierTestUtil.h"
 #include "crypto/ClsPublicKey.h"
 #include "dsig/ClsXmlDSig.h"
 #include "support/RefCountedObject.h"
@@ -50,11 +50,10 @@ const Fixtures& fixtures() {
 #define REQUIRE_FIXTURES() \
   ASSERT_TRUE(fixtures().ok()) << "make_verify_fixtures.sh failed (needs xmlsec1 and openssl)"
 
-std::unique_ptr<ClsXmlDSig> loaded(const std::string& xml, const char* options = "") {
-  std::unique_ptr<ClsXmlDSig> d(ClsXmlDSig::createNewCls());
+dsigtest::DSigPtr loaded(const std::string& xml, const char* options = "") {
+  dsigtest::DSigPtr d = dsigtest::newVerifier();
   d->put_UncommonOptions(XString(options));
-  XString x(xml.c_str());
-  EXPECT_TRUE(d->LoadSignature(x)) << d->lastErrorLine();
+  EXPECT_TRUE(dsigtest::loadText(*d, xml)) << d->lastErrorLine();
   return d;
 }
 
@@ -98,28 +97,6 @@ std::string pkcs1WithCerts(const std::vector<std::string>& certFiles) {
   return replaced(fixtures().text("pkcs1.xml"), "</Signature>", keyInfo);
 }
 
-int countContexts(const std::vector<LogEntry>& entries, const std::string& name) {
-  int n = 0;
-  for (const LogEntry& e : entries) {
-    if (e.kind == LogEntry::Kind::Context && e.key == name) ++n;
-    n += countContexts(e.children, name);
-  }
-  return n;
-}
-int countContexts(const ClsXmlDSig& d, const std::string& name) { return countContexts(d.m_log.entries(), name); }
-
-// Error and information lines in the order they were written.
-void collectLines(const std::vector<LogEntry>& entries, std::vector<std::string>& out) {
-  for (const LogEntry& e : entries) {
-    if (e.kind == LogEntry::Kind::Error || e.kind == LogEntry::Kind::Info) out.push_back(e.text);
-    collectLines(e.children, out);
-  }
-}
-std::vector<std::string> lines(const ClsXmlDSig& d) {
-  std::vector<std::string> out;
-  collectLines(d.m_log.entries(), out);
-  return out;
-}
 int indexOf(const std::vector<std::string>& v, const std::string& s) {
   for (size_t i = 0; i < v.size(); ++i)
     if (v[i] == s) return static_cast<int>(i);
@@ -144,17 +121,17 @@ TEST(VerifySignature, EveryReferenceIsCheckedBeforeAnyKeyIsLookedUp) {
     SCOPED_TRACE(c.from);
     auto d = loaded(replaced(intact, c.from, c.to));
     EXPECT_FALSE(d->VerifySignature(true));
-    EXPECT_EQ(countContexts(*d, "verifyReferenceDigest"), 2);  // no early stop after a failure
+    EXPECT_EQ(logprobe::countContexts(d->m_log, "verifyReferenceDigest"), 2);  // no early stop after a failure
     EXPECT_EQ(logprobe::value(d->m_log, "refFailureCount"), "1");
     EXPECT_EQ(logprobe::value(d->m_log, "referenceIndex"), c.failedIndex);
     EXPECT_TRUE(logprobe::hasError(d->m_log, "Failed to verify reference digest"));
     EXPECT_EQ(d->get_RefFailReason(), c.refFailReason);
-    EXPECT_EQ(countContexts(*d, "getXmlDsigPublicKey"), 0);
+    EXPECT_EQ(logprobe::countContexts(d->m_log, "getXmlDsigPublicKey"), 0);
     EXPECT_EQ(logprobe::value(d->m_log, "signedInfo"), "<absent>");
 
     // Without the references only the signature value counts, and it is intact.
     EXPECT_TRUE(d->VerifySignature(false)) << d->lastErrorText();
-    EXPECT_EQ(countContexts(*d, "verifyReferenceDigest"), 0);
+    EXPECT_EQ(logprobe::countContexts(d->m_log, "verifyReferenceDigest"), 0);
     EXPECT_EQ(logprobe::value(d->m_log, "verifyReferenceDigests"), "0");
     EXPECT_NE(logprobe::find(d->m_log.entries(), "The RSA signature was verified."), nullptr);
   }
@@ -184,7 +161,7 @@ TEST(VerifySignature, IgnoredExternalReferenceIsLoggedButNotCounted) {
   EXPECT_TRUE(logprobe::hasError(ignoring->m_log, "Failed to verify reference digest"));
   EXPECT_EQ(logprobe::value(ignoring->m_log, "referenceIndex"), "0");
   EXPECT_EQ(logprobe::value(ignoring->m_log, "refFailureCount"), "<absent>");
-  EXPECT_EQ(countContexts(*ignoring, "verifyReferenceDigest"), 2);
+  EXPECT_EQ(logprobe::countContexts(ignoring->m_log, "verifyReferenceDigest"), 2);
   EXPECT_NE(logprobe::find(ignoring->m_log.entries(), "The RSA signature was verified."), nullptr);
 
   // Ignoring covers only missing data: data that does not match still fails.
@@ -248,7 +225,7 @@ TEST(VerifySignature, KeysAreTriedUntilOneFitsTheSignature) {
   supplyKey(*d, fixtures().path("rsa-pub.pem"));
   EXPECT_TRUE(d->VerifySignature(true)) << d->lastErrorText();
   EXPECT_EQ(logprobe::value(d->m_log, "numRsaKeys"), "2");
-  const std::vector<std::string> seen = lines(*d);
+  const std::vector<std::string> seen = logprobe::lines(d->m_log);
   const int mismatch = indexOf(seen, "Not the correct key.");
   ASSERT_GE(mismatch, 0);
   EXPECT_GT(indexOf(seen, "The RSA signature was verified."), mismatch);

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "DigestProbe.h"
+#include "VerifierTestUtil.h"
 #include "LogProbe.h"
 #include "TestSupport.h"
 #include "dsig/ClsXmlDSig.h"
@@ -145,5 +145,5 @@ TEST(XPathTransform, RealFilter2SignatureSubtraction) {
   XPathRun r;
   std::string t = doc;
   ASSERT_TRUE(r.run(t, kFilter2Uri, "/descendant::ds:Signature", transformXml));
-  EXPECT_EQ(digestprobe::canonicalDigest(StringBuffer(t), 1), "YMucjcflBru9gtUjx6DdqR2xDw25JaVQTg/hGSlQMJ4=");
+  EXPECT_EQ(dsigtest::canonicalDigest(StringBuffer(t), 1), "YMucjcflBru9gtUjx6DdqR2xDw25JaVQTg/hGSlQMJ4=");
 }
