@@ -4,7 +4,9 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "TestSupport.h"
 
@@ -41,5 +43,15 @@ inline std::string binary() { return quote(std::string(XMLDSIG_BINARY_DIR) + "/x
 
 // Runs `xmldsig ARGS` (ARGS already quoted as needed).
 inline RunResult xmldsig(const std::string& args) { return runShell(binary() + " " + args); }
+
+// A bundled example file.
+inline std::string example(const std::string& name) { return testsupport::sourceDir() + "/examples/" + name; }
+
+inline std::vector<std::string> outputLines(const std::string& out) {
+  std::vector<std::string> lines;
+  std::istringstream in(out);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
 
 }  // namespace clirun

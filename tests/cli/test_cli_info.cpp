@@ -1,10 +1,8 @@
 // The xmldsig tool as a user runs it: help, version, usage errors, and `info` on the
 // bundled examples and on every document of the corpus.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -26,13 +24,11 @@ using clirun::binary;
 using clirun::runShell;
 using clirun::xmldsig;
 
-std::string example(const char* name) { return testsupport::sourceDir() + "/examples/" + name; }
+using clirun::example;
 
 std::vector<json> jsonLines(const std::string& out) {
   std::vector<json> lines;
-  std::istringstream in(out);
-  std::string line;
-  while (std::getline(in, line)) lines.push_back(json::parse(line));  // throws on bad JSON
+  for (const std::string& line : clirun::outputLines(out)) lines.push_back(json::parse(line));  // throws on bad JSON
   return lines;
 }
 

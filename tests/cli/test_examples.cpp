@@ -25,8 +25,6 @@ struct TempDir {
   const std::string path;
 };
 
-std::string bundled(const std::string& name) { return testsupport::sourceDir() + "/examples/" + name; }
-
 RunResult runExample(const std::string& name, const std::string& args) {
   return clirun::runShell(quote(testsupport::binaryDir() + "/examples/" + name) + " " + args);
 }
@@ -43,7 +41,7 @@ class ApiInputs {
 
  private:
   ApiInputs() {
-    const std::string cmd = "bash " + quote(bundled("make-api-inputs.sh")) + " " + quote(dir_.path) + " >/dev/null 2>&1";
+    const std::string cmd = "bash " + quote(clirun::example("make-api-inputs.sh")) + " " + quote(dir_.path) + " >/dev/null 2>&1";
     if (std::system(cmd.c_str()) != 0) error_ = "examples/make-api-inputs.sh failed (are openssl and xmlsec1 installed?)";
   }
   TempDir dir_{"api-inputs"};
@@ -58,12 +56,12 @@ class ApiInputs {
 }  // namespace
 
 TEST(Examples, VerifyInvoiceSaysWhyASignatureFailed) {
-  const std::string signedPath = bundled("invoice-signed.xml");
+  const std::string signedPath = clirun::example("invoice-signed.xml");
   RunResult r = runExample("verify_invoice", quote(signedPath));
   EXPECT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(r.out, signedPath + ": signature 0: valid\n");
 
-  const std::string tamperedPath = bundled("invoice-tampered.xml");
+  const std::string tamperedPath = clirun::example("invoice-tampered.xml");
   r = runExample("verify_invoice", quote(tamperedPath));
   EXPECT_EQ(r.exitCode, 1);
   EXPECT_EQ(r.out, tamperedPath + ": signature 0: INVALID (Failed to verify reference digest)\n"
@@ -87,7 +85,7 @@ TEST(Examples, VerifyInvoiceSaysWhyASignatureFailed) {
   EXPECT_NE(r.err.find("calculatedDigest: "), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("refFailureCount: 1"), std::string::npos) << r.err;
 
-  r = runExample("verify_invoice", quote(bundled("make-examples.sh")));
+  r = runExample("verify_invoice", quote(clirun::example("make-examples.sh")));
   EXPECT_EQ(r.exitCode, 2);
   EXPECT_FALSE(r.err.empty());
 }
@@ -95,9 +93,9 @@ TEST(Examples, VerifyInvoiceSaysWhyASignatureFailed) {
 TEST(Examples, VerifyTrustedAcceptsOnlyTheTrustedSigner) {
   REQUIRE_API_INPUTS();
   const ApiInputs& in = ApiInputs::instance();
-  const std::string invoice = quote(bundled("invoice-signed.xml"));
+  const std::string invoice = quote(clirun::example("invoice-signed.xml"));
 
-  RunResult r = runExample("verify_trusted", invoice + " " + quote(bundled("signer-cert.pem")));
+  RunResult r = runExample("verify_trusted", invoice + " " + quote(clirun::example("signer-cert.pem")));
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
   EXPECT_NE(r.out.find(": valid, signed with the trusted key "), std::string::npos) << r.out;
 
@@ -194,7 +192,7 @@ TEST(Examples, TimestampSignatureStampsAndVerifies) {
   r = runExample("timestamp_signature", quote(out) + " " + quote(url) + " " + quote(out + ".2"));
   EXPECT_EQ(r.exitCode, 1);
   EXPECT_NE(r.out.find("no time-stamp added (Already has an EncapsulatedTimeStamp.)"), std::string::npos) << r.out;
-  r = runExample("timestamp_signature", quote(bundled("invoice-signed.xml")) + " " + quote(url) + " " + quote(out));
+  r = runExample("timestamp_signature", quote(clirun::example("invoice-signed.xml")) + " " + quote(url) + " " + quote(out));
   EXPECT_EQ(r.exitCode, 1);
   EXPECT_NE(r.out.find("(No SignatureValue Id attribute found.)"), std::string::npos) << r.out;
 
