@@ -4,14 +4,13 @@
 // corpus, and fixtures signed by xmlsec1 and openssl at test time.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "CliRun.h"
 #include "TestSupport.h"
+#include "dsig/SignedFixtures.h"
 
 using nlohmann::json;
 
@@ -20,34 +19,7 @@ namespace {
 using clirun::RunResult;
 using clirun::quote;
 
-// The signed fixtures and a scratch directory, made once.
-class Fixtures {
- public:
-  Fixtures() {
-    dir_ = testsupport::makeTempDir("cli-verify");
-    const std::string script = testsupport::sourceDir() + "/tests/tools/make_verify_fixtures.sh";
-    ok_ = std::system(("bash " + quote(script) + " " + quote(dir_ + "/fx") + " >/dev/null 2>&1").c_str()) == 0;
-  }
-  ~Fixtures() {
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
-  }
-  bool ok() const { return ok_; }
-  std::string path(const std::string& name) const { return dir_ + "/fx/" + name; }
-  std::string scratch(const std::string& name) const { return dir_ + "/" + name; }
-
- private:
-  std::string dir_;
-  bool ok_ = false;
-};
-
-const Fixtures& fixtures() {
-  static Fixtures f;
-  return f;
-}
-
-#define REQUIRE_FIXTURES() \
-  ASSERT_TRUE(fixtures().ok()) << "make_verify_fixtures.sh failed (needs xmlsec1 and openssl)"
+using signedfixtures::fixtures;
 
 // Runs `xmldsig verify ARGS` through the shell (so ARGS may redirect standard input).
 RunResult verify(const std::string& args) { return clirun::xmldsig("verify " + args); }
@@ -59,12 +31,8 @@ std::string corpus(const std::string& rel) { return testsupport::corpusDir() + "
 
 // A fixture with one substring replaced, written to the scratch directory.
 std::string tamperedCopy(const char* name, const std::string& from, const std::string& to) {
-  std::string text = testsupport::readFile(fx(name));
-  const size_t at = text.find(from);
-  EXPECT_NE(at, std::string::npos) << from;
-  if (at != std::string::npos) text.replace(at, from.size(), to);
   const std::string out = fixtures().scratch(std::string("tampered-") + name);
-  testsupport::writeFile(out, text);
+  testsupport::writeFile(out, signedfixtures::replaced(testsupport::readFile(fx(name)), from, to));
   return out;
 }
 

@@ -4,12 +4,11 @@
 // keys are tried, HMAC, canonicalization fallback, ZATCA invoices, DSA and ECDSA.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "SignedFixtures.h"
 #include "TestSupport.h"
 #include "VerifierTestUtil.h"
 #include "crypto/ClsPublicKey.h"
@@ -21,34 +20,8 @@ namespace {
 
 using testsupport::readFile;
 
-// The signed fixtures, made once for the whole suite.
-class Fixtures {
- public:
-  Fixtures() {
-    dir_ = testsupport::makeTempDir("verify");
-    const std::string script = testsupport::sourceDir() + "/tests/tools/make_verify_fixtures.sh";
-    ok_ = std::system(("bash '" + script + "' '" + dir_ + "' >/dev/null 2>&1").c_str()) == 0;
-  }
-  ~Fixtures() {
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
-  }
-  bool ok() const { return ok_; }
-  std::string path(const std::string& name) const { return dir_ + "/" + name; }
-  std::string text(const std::string& name) const { return readFile(path(name)); }
-
- private:
-  std::string dir_;
-  bool ok_ = false;
-};
-
-const Fixtures& fixtures() {
-  static Fixtures f;
-  return f;
-}
-
-#define REQUIRE_FIXTURES() \
-  ASSERT_TRUE(fixtures().ok()) << "make_verify_fixtures.sh failed (needs xmlsec1 and openssl)"
+using signedfixtures::fixtures;
+using signedfixtures::replaced;
 
 dsigtest::DSigPtr loaded(const std::string& xml, const char* options = "") {
   dsigtest::DSigPtr d = dsigtest::newVerifier();
@@ -61,13 +34,6 @@ void supplyKey(ClsXmlDSig& d, const std::string& file) {
   RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
   ASSERT_TRUE(key->LoadFromFile(XString(file.c_str()))) << file;
   ASSERT_TRUE(d.SetPublicKey(*key));
-}
-
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-  const size_t at = text.find(from);
-  EXPECT_NE(at, std::string::npos) << from;
-  if (at != std::string::npos) text.replace(at, from.size(), to);
-  return text;
 }
 
 // One character of the SignatureValue content changed.
