@@ -119,9 +119,20 @@ inline std::string rsaKeyValue(const std::string& modulusBase64) {
          "</ds:Modulus><ds:Exponent>AQAB</ds:Exponent></ds:RSAKeyValue></ds:KeyValue>";
 }
 
+inline std::string issuerSerial(const std::string& issuer, const std::string& serial) {
+  return "<ds:X509IssuerSerial><ds:X509IssuerName>" + issuer + "</ds:X509IssuerName><ds:X509SerialNumber>" + serial +
+         "</ds:X509SerialNumber></ds:X509IssuerSerial>";
+}
+
+const char* const kX509v3 = "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-x509-token-profile-1.0#X509v3";
+
+inline std::string tokenReference(const std::string& uri, const std::string& valueType = kX509v3) {
+  return "<wsse:SecurityTokenReference><wsse:Reference URI=\"" + uri + "\" ValueType=\"" + valueType +
+         "\"/></wsse:SecurityTokenReference>";
+}
+
 inline std::string x509v3Token(const std::string& id, const std::string& content,
-                               const std::string& valueType =
-                                   "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-x509-token-profile-1.0#X509v3") {
+                               const std::string& valueType = kX509v3) {
   return "<wsse:BinarySecurityToken wsu:Id=\"" + id + "\" ValueType=\"" + valueType +
          "\" EncodingType=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-soap-message-security-1.0#Base64Binary\">" +
          content + "</wsse:BinarySecurityToken>";

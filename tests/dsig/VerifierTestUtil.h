@@ -68,6 +68,15 @@ inline std::string signatureXml(const std::string& id, int refs, const std::stri
   return s;
 }
 
+// A signature with one whole-document reference holding this digest, without algorithms:
+// what the locators and the enveloped-signature transform look at.
+inline std::string digestSignature(const std::string& id, const std::string& digest, const std::string& inner = "") {
+  return "<ds:Signature xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"" + (id.empty() ? "" : " Id=\"" + id + "\"") +
+         "><ds:SignedInfo><ds:Reference URI=\"\"><ds:DigestValue>" + digest +
+         "</ds:DigestValue></ds:Reference></ds:SignedInfo><ds:SignatureValue>c2ln</ds:SignatureValue>" + inner +
+         "</ds:Signature>";
+}
+
 // uriAttr is the whole attribute (" URI=\"#x\"", or "" for none); transforms "" for none.
 inline std::string reference(const std::string& uriAttr, const std::string& transforms, const std::string& digest) {
   return "<ds:Reference" + uriAttr + ">" + transforms +

@@ -14,13 +14,7 @@
 
 namespace {
 
-const std::string kDs = "xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"";
-
-std::string sig(const std::string& idAttr, const std::string& digest) {
-  return "<ds:Signature " + kDs + idAttr + "><ds:SignedInfo><ds:Reference URI=\"\"><ds:DigestValue>" + digest +
-         "</ds:DigestValue></ds:Reference></ds:SignedInfo><ds:SignatureValue>c2ln</ds:SignatureValue>"
-         "</ds:Signature>";
-}
+using dsigtest::digestSignature;
 
 struct Verifier {
   explicit Verifier(const std::string& doc) : dsig(ClsXmlDSig::createNewCls()) {
@@ -48,7 +42,7 @@ struct Verifier {
 }  // namespace
 
 TEST(EnvelopedSignature, LocatesByIdOrDigestAndLeavesTextWhenNotFound) {
-  const std::string withId = sig(" Id=\"signature\"", "AAAA");
+  const std::string withId = digestSignature("signature", "AAAA");
   const std::string doc = "<r><a>1</a>" + withId + "</r>";
   Verifier v(doc);
   EXPECT_EQ(v.transform(doc), "<r><a>1</a></r>");
@@ -59,13 +53,13 @@ TEST(EnvelopedSignature, LocatesByIdOrDigestAndLeavesTextWhenNotFound) {
   v.dsig->m_isZatca = false;
 
   // An Id that is not in the text: unchanged, and no fall-back to the digest.
-  const std::string renamed = "<r><a>1</a>" + sig(" Id=\"other\"", "AAAA") + "</r>";
+  const std::string renamed = "<r><a>1</a>" + digestSignature("other", "AAAA") + "</r>";
   EXPECT_EQ(v.transform(renamed), renamed);
   EXPECT_EQ(logprobe::infoTag(v.log, "Unable to find the Signature by Id. (This is not an error)"), 2);
   EXPECT_EQ(logprobe::value(v.log, "signatureId"), "signature");
 
   // Without an Id the reference's digest value finds the signature.
-  const std::string noId = "<r>" + sig("", "AAAA") + "<b/></r>";
+  const std::string noId = "<r>" + digestSignature("", "AAAA") + "<b/></r>";
   Verifier w(noId);
   EXPECT_EQ(w.transform(noId), "<r><b/></r>");
   w.ref.digestValue.setString("ZZZZ");

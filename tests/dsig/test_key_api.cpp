@@ -28,11 +28,6 @@ CertsResult getCerts(ClsXmlDSig& dsig) {
   return r;
 }
 
-std::string issuerSerial(const std::string& issuer, const std::string& serial) {
-  return "<ds:X509IssuerSerial><ds:X509IssuerName>" + issuer + "</ds:X509IssuerName><ds:X509SerialNumber>" + serial +
-         "</ds:X509SerialNumber></ds:X509IssuerSerial>";
-}
-
 }  // namespace
 
 TEST(KeyApi, GetCertsGivesEmbeddedThenReferencedCertificatesOnce) {
@@ -71,10 +66,7 @@ TEST(KeyApi, GetCertsFollowsTokenReferencesWithoutFallingBackToAnotherToken) {
   REQUIRE_KEY_FIXTURES();
   const Fixtures& f = fixtures();
   auto docWith = [&](const std::string& uri, const std::string& tokenContent) {
-    return signatureDoc("<wsse:SecurityTokenReference><wsse:Reference URI=\"" + uri +
-                            "\" ValueType=\"http://docs.oasis-open.org/wss/2004/01/"
-                            "oasis-200401-wss-x509-token-profile-1.0#X509v3\"/></wsse:SecurityTokenReference>",
-                        x509v3Token("tok", tokenContent));
+    return signatureDoc(tokenReference(uri), x509v3Token("tok", tokenContent));
   };
   auto dsig = loadedVerifier(docWith("#tok", f.two.certBase64));
   EXPECT_EQ(getCerts(*dsig).certs, std::vector<std::string>{f.two.certBase64});

@@ -18,13 +18,6 @@ std::vector<std::string> resolve(ClsXmlDSig& dsig, bool keyInfoOnly, _btLogger& 
   return ders;
 }
 
-const std::string kX509v3 = "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-x509-token-profile-1.0#X509v3";
-
-std::string tokenReference(const std::string& uri, const std::string& valueType = kX509v3) {
-  return "<wsse:SecurityTokenReference><wsse:Reference URI=\"" + uri + "\" ValueType=\"" + valueType +
-         "\"/></wsse:SecurityTokenReference>";
-}
-
 }  // namespace
 
 TEST(KeyInfoKeys, KeyValuesFirstThenEmbeddedCertificatesInDocumentOrder) {
@@ -59,10 +52,6 @@ TEST(KeyInfoKeys, IssuerSerialAsksTheStoreByIssuerCnAndHexSerialUnlessEmbedded) 
   REQUIRE_KEY_FIXTURES();
   const Fixtures& f = fixtures();
   auto vault = vaultWith({f.one.derPath, f.two.derPath, f.noCn.derPath});
-  auto issuerSerial = [](const std::string& issuer, const std::string& serial) {
-    return "<ds:X509IssuerSerial><ds:X509IssuerName>" + issuer + "</ds:X509IssuerName><ds:X509SerialNumber>" +
-           serial + "</ds:X509SerialNumber></ds:X509IssuerSerial>";
-  };
   struct Case {
     std::string x509DataContent;
     std::vector<std::string> keys;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "TestSupport.h"
+#include "VerifierTestUtil.h"
 #include "support/LogBase.h"
 #include "xml/XmlSigLocate.h"
 
@@ -11,12 +12,7 @@ namespace {
 
 const std::string kDs = "xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"";
 
-std::string sig(const std::string& id, const std::string& digest, const std::string& inner = "") {
-  return "<ds:Signature " + kDs + (id.empty() ? "" : " Id=\"" + id + "\"") +
-         "><ds:SignedInfo><ds:Reference URI=\"\"><ds:DigestValue>" + digest +
-         "</ds:DigestValue></ds:Reference></ds:SignedInfo><ds:SignatureValue>c2ln</ds:SignatureValue>" + inner +
-         "</ds:Signature>";
-}
+using dsigtest::digestSignature;
 
 // Span [start, start+len) of the text.
 std::string span(const StringBuffer& sb, unsigned start, unsigned len) { return sb.str().substr(start, len); }
@@ -24,7 +20,7 @@ std::string span(const StringBuffer& sb, unsigned start, unsigned len) { return 
 }  // namespace
 
 TEST(Locators, ByIdReportsExactOffsetsAndIgnoresLookAlikes) {
-  const std::string real = sig("s1", "AAAA");
+  const std::string real = digestSignature("s1", "AAAA");
   const std::string doc =
       "<?xml version=\"1.0\"?>\n<root a=\"&lt;ds:Signature Id='s1'&gt;\">"
       "<!-- <ds:Signature " + kDs + " Id=\"s1\"><ds:SignedInfo/></ds:Signature> -->"
@@ -55,8 +51,8 @@ TEST(Locators, ByIdReportsExactOffsetsAndIgnoresLookAlikes) {
 TEST(Locators, DigestSearchAndNestedAndNamespaceForms) {
   // The inner signature sits in the outer one's content; the DigestValue of the second
   // top-level signature is wrapped over lines and written with a character reference.
-  const std::string inner = sig("inner", "SU5O");
-  const std::string outer = sig("outer", "T1VU", "<ds:Object>" + inner + "</ds:Object>");
+  const std::string inner = digestSignature("inner", "SU5O");
+  const std::string outer = digestSignature("outer", "T1VU", "<ds:Object>" + inner + "</ds:Object>");
   const std::string second =
       "<Signature xmlns=\"http://www.w3.org/2000/09/xmldsig#\"><SignedInfo><Reference>"
       "<DigestValue>\n  Zm9v&#10;YmFy\n</DigestValue></Reference></SignedInfo></Signature>";
@@ -135,7 +131,7 @@ TEST(Locators, RemoveSignaturesKeepsEverythingElseByteForByte) {
   const std::string keep1 = "<?xml version=\"1.0\"?>\r\n<!DOCTYPE r [<!ENTITY e \"v\">]>\n<r  b = 'x' >\n\t<a>&e;";
   const std::string keep2 = "</a>\n<!-- <ds:Signature " + kDs + "/> -->\n<x:Signature xmlns:x=\"urn:y\"/>";
   const std::string keep3 = "<![CDATA[<ds:Signature>]]>\n</r>\n";
-  const std::string nested = sig("n", "AA", "<ds:Object>" + sig("m", "BB") + "</ds:Object>");
+  const std::string nested = digestSignature("n", "AA", "<ds:Object>" + digestSignature("m", "BB") + "</ds:Object>");
   const std::string empty = "<dsig:Signature xmlns:dsig=\"http://www.w3.org/2000/09/xmldsig#\"/>";
   const StringBuffer text(keep1 + nested + keep2 + empty + keep3);
   _btLogger log;
