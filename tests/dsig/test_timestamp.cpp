@@ -86,7 +86,7 @@ TEST(TimeStamp, AddsAtTheRightPlaceForEveryXadesShapeAndVerifies) {
   }
 }
 
-TEST(TimeStamp, TamperedTokenOrSignatureValueFails) {
+TEST(TimeStamp, TamperingAndAnUnreachableAuthorityAreReported) {
   REQUIRE_TIMESTAMP_AUTHORITY();
   Verifier v;
   ASSERT_TRUE(v.load(authority().fixture("plain.xml")));
@@ -111,24 +111,21 @@ TEST(TimeStamp, TamperedTokenOrSignatureValueFails) {
   ASSERT_TRUE(s.load(badValue));
   EXPECT_FALSE(s.verifyWithTimeStamp());
   EXPECT_NE(s.dsig->lastErrorText().find("Computed hash not equal to the expected hash."), std::string::npos);
-}
 
-TEST(TimeStamp, UnreachableAuthorityStillReturnsTheDocumentWithAnEmptyToken) {
-  REQUIRE_TIMESTAMP_AUTHORITY();
-  Verifier v;
-  ASSERT_TRUE(v.load(authority().fixture("plain.xml")));
-  bool ok = false;
-  const std::string stamped = addTimeStamp(*v.dsig, "http://127.0.0.1:1/", ok);
+  // An authority that cannot be reached: the document still comes back, with an empty token.
+  Verifier u;
+  ASSERT_TRUE(u.load(authority().fixture("plain.xml")));
+  const std::string unstamped = addTimeStamp(*u.dsig, "http://127.0.0.1:1/", ok);
   EXPECT_TRUE(ok);
-  EXPECT_NE(stamped.find("#DER\"></xades:EncapsulatedTimeStamp>"), std::string::npos);
-  EXPECT_NE(v.dsig->lastErrorText().find("The time-stamp authority could not be reached or refused the request."),
+  EXPECT_NE(unstamped.find("#DER\"></xades:EncapsulatedTimeStamp>"), std::string::npos);
+  EXPECT_NE(u.dsig->lastErrorText().find("The time-stamp authority could not be reached or refused the request."),
             std::string::npos);
 
   // Options without an authority URL are refused with a clear reason (the document is still returned).
   RcPtr<ClsJsonObject> empty(ClsJsonObject::createNewCls());
   RcPtr<ClsStringBuilder> out(ClsStringBuilder::createNewCls());
-  EXPECT_TRUE(v.dsig->AddEncapsulatedTimeStamp(*empty, *out));
-  EXPECT_NE(v.dsig->lastErrorText().find("set \"tsaUrl\""), std::string::npos);
+  EXPECT_TRUE(u.dsig->AddEncapsulatedTimeStamp(*empty, *out));
+  EXPECT_NE(u.dsig->lastErrorText().find("set \"tsaUrl\""), std::string::npos);
 }
 
 TEST(TimeStamp, CorpusXadesTDocumentsVerifyTheirTimeStamps) {
