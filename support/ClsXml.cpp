@@ -80,19 +80,20 @@ bool parseStep(std::string_view step, int handleI, PathStep& out) {
   return true;
 }
 
-XmlNode* nthMatchingChild(const XmlTree& tree, const XmlNode& node, std::string_view tag, long n) {
+XmlNode* nthMatchingChild(XmlTree& tree, const XmlNode& node, std::string_view tag, long n) {
   if (n < 0) return nullptr;
   for (uint32_t i = 0; i < node.numChildren; ++i) {
     XmlNode* c = tree.child(node, i);
-    if (nameMatches(c->tag, tag) && n-- == 0) return c;
+    if (nameMatches(tree.tagOf(*c), tag) && n-- == 0) return c;
   }
   return nullptr;
 }
 
 bool isXmlDsigElement(const XmlTree& tree, const XmlNode& node, std::string_view localName) {
-  if (xml::localNameOf(node.tag) != localName) return false;
+  const std::string_view tag = tree.tagOf(node);
+  if (xml::localNameOf(tag) != localName) return false;
   std::string uri;
-  return tree.namespaceOf(node, xml::prefixOf(node.tag), uri) && uri == kXmlDsigNamespace;
+  return tree.namespaceOf(node, xml::prefixOf(tag), uri) && uri == kXmlDsigNamespace;
 }
 
 // A Signature of the XML-Signature namespace, or an element of any name (EBICS
@@ -126,11 +127,12 @@ ClsXml* ClsXml::createNewCls(const std::shared_ptr<XmlTree>& tree, XmlNode* node
   return new (std::nothrow) ClsXml(tree, node);
 }
 
-bool ClsXml::loadXml(const StringBuffer& text, bool /*flag*/, LogBase& log) {
+template <typename Parse>
+bool ClsXml::load(Parse&& parse, LogBase& log) {
   try {
     auto tree = std::make_shared<XmlTree>();
     std::string error;
-    const bool ok = tree->parse(text.view(), error);
+    const bool ok = parse(*tree, error);
     // Even a failed load replaces the old content: the handle is then empty.
     m_tree = std::move(tree);
     m_node = ok ? m_tree->root() : nullptr;
@@ -141,6 +143,15 @@ bool ClsXml::loadXml(const StringBuffer& text, bool /*flag*/, LogBase& log) {
     log.LogError("Out of memory while parsing XML.");
     return false;
   }
+}
+
+bool ClsXml::loadXml(const StringBuffer& text, bool /*flag*/, LogBase& log) {
+  return load([&text](XmlTree& tree, std::string& error) { return tree.parse(text.view(), error); }, log);
+}
+
+bool ClsXml::loadXmlShared(std::shared_ptr<const std::string> text, LogBase& log) {
+  return load([&text](XmlTree& tree, std::string& error) { return tree.parseShared(std::move(text), error); },
+              log);
 }
 
 bool ClsXml::findSignatures(ExtPtrArrayRc& out, LogBase& /*log*/) {
@@ -187,7 +198,7 @@ int ClsXml::numChildrenHavingTagUtf8(const char* tag, LogBase& /*log*/) {
   const std::string_view pattern = viewOf(tag);
   int count = 0;
   for (uint32_t i = 0; i < m_node->numChildren; ++i)
-    if (nameMatches(m_tree->child(*m_node, i)->tag, pattern)) ++count;
+    if (nameMatches(m_tree->tagOf(*m_tree->child(*m_node, i)), pattern)) ++count;
   return count;
 }
 
@@ -251,18 +262,18 @@ bool ClsXml::getContentSb(StringBuffer& out) {
 bool ClsXml::getTag(StringBuffer& out) {
   out.clear();
   if (!m_node) return false;
-  out.append(m_node->tag);
+  out.append(m_tree->tagOf(*m_node));
   return true;
 }
 
 bool ClsXml::getTagNamespace(StringBuffer& out) {
   out.clear();
   if (!m_node) return false;
-  out.append(xml::prefixOf(m_node->tag));
+  out.append(xml::prefixOf(m_tree->tagOf(*m_node)));
   return true;
 }
 
-std::string_view ClsXml::tagView() const { return m_node ? m_node->tag : std::string_view(); }
+std::string_view ClsXml::tagView() const { return m_node ? m_tree->tagOf(*m_node) : std::string_view(); }
 
 std::string_view ClsXml::localNameView() const { return xml::localNameOf(tagView()); }
 
@@ -294,8 +305,8 @@ bool ClsXml::getChild2(int i) {
 }
 
 ClsXml* ClsXml::getParent() {
-  if (!m_node || !m_node->parent) return nullptr;
-  return createNewCls(m_tree, m_node->parent);
+  XmlNode* parent = m_node ? m_tree->parentOf(*m_node) : nullptr;
+  return parent ? createNewCls(m_tree, parent) : nullptr;
 }
 
 // Pre-order walk of this element's subtree (the element included); with `after`, the
@@ -315,7 +326,7 @@ XmlNode* ClsXml::searchFrom(const ClsXml* after, std::string_view tag, const cha
   std::string value;
   for (uint32_t i = begin; i < end; ++i) {
     XmlNode* node = m_tree->nodeAt(i);
-    if (!nameMatches(node->tag, tag)) continue;
+    if (!nameMatches(m_tree->tagOf(*node), tag)) continue;
     if (!attr) return node;
     for (uint32_t k = 0; k < node->numAttributes; ++k) {
       const XmlTreeAttribute* a = m_tree->attribute(*node, k);

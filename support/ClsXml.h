@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "support/RefCountedObject.h"
@@ -34,6 +35,9 @@ class ClsXml : public RefCountedObject {
   // tree stays alive for other handles). False, with the located reason in the log,
   // when the text is not well-formed. The flag is accepted with either value.
   bool loadXml(const StringBuffer& text, bool flag, LogBase& log);
+  // As loadXml, without copying the text: the tree shares it with the caller and keeps
+  // it alive while any handle on the tree lives. The caller must not modify it.
+  bool loadXmlShared(std::shared_ptr<const std::string> text, LogBase& log);
 
   // Appends a new handle on every element named Signature (any prefix) of the
   // XML-Signature namespace, plus every element whose direct children include a
@@ -92,6 +96,9 @@ class ClsXml : public RefCountedObject {
   ClsXml(std::shared_ptr<xml::XmlTree> tree, xml::XmlNode* node);
   // A new handle on node of tree (one reference); null when out of memory.
   static ClsXml* createNewCls(const std::shared_ptr<xml::XmlTree>& tree, xml::XmlNode* node);
+  // Builds a new tree with parse(tree, error) and makes this handle its root.
+  template <typename Parse>
+  bool load(Parse&& parse, LogBase& log);
   xml::XmlNode* resolvePath(std::string_view path) const;
   xml::XmlNode* searchFrom(const ClsXml* after, std::string_view tag, const char* attr,
                            const char* valuePattern) const;

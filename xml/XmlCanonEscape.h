@@ -12,6 +12,8 @@ namespace xml {
 void appendEscapedText(std::string& out, std::string_view text);
 // Attribute value: & < " TAB LF CR become &amp; &lt; &quot; &#x9; &#xA; &#xD;.
 void appendEscapedAttribute(std::string& out, std::string_view value);
+// Whether appendEscapedAttribute would change value.
+bool attributeNeedsEscaping(std::string_view value);
 // Copies text with CRLF and lone CR turned into LF.
 void appendNormalizedLineEnds(std::string& out, std::string_view text);
 // Character data as written in the document (a CDATA body, or text without references):

@@ -117,9 +117,13 @@ bool XmlCanonWriter::onStartTag() {
 
 void XmlCanonWriter::onEndTag(size_t depth, std::string_view name) {
   if (m_apexDepth != 0) {
-    m_out.append("</");
-    m_out.append(name.data(), name.size());
-    m_out.push_back('>');
+    if (m_tok.type == XmlTokenType::EndTag && m_tok.end - m_tok.start == name.size() + 3) {
+      m_out.append(m_text.data() + m_tok.start, name.size() + 3);  // written as "</name>" already
+    } else {
+      m_out.append("</");
+      m_out.append(name.data(), name.size());
+      m_out.push_back('>');
+    }
     m_rendered.popScope();
     if (depth == m_apexDepth) {
       m_apexDepth = 0;
@@ -205,6 +209,7 @@ bool XmlCanonWriter::writeStartTag(bool isApex) {
   m_rendered.pushScope();
   renderNamespaces(isApex);
   if (!collectAttributes(isApex)) return false;
+  if (appendSourceStartTag()) return true;
 
   m_out.push_back('<');
   m_out.append(m_tok.name.data(), m_tok.name.size());
@@ -228,6 +233,36 @@ bool XmlCanonWriter::writeStartTag(bool isApex) {
   }
   m_out.push_back('>');
   return true;
+}
+
+// Start tags that are already canonical in the source (no namespace declarations to
+// write, attributes in output order, each written as ' name="value"' with a value that
+// needs neither decoding nor escaping) are copied in one piece. The attribute views
+// point into the text, so comparing positions proves the bytes are the same.
+bool XmlCanonWriter::appendSourceStartTag() {
+  if (!m_nsOut.empty()) return false;
+  const char* const base = m_text.data();
+  size_t at = m_tok.start + 1 + m_tok.name.size();
+  for (const OutAttr& a : m_attrs) {
+    if (a.qname.data() != base + at + 1 || base[at] != ' ') return false;
+    at += 1 + a.qname.size();
+    if (at + 2 > m_text.size() || base[at] != '=' || base[at + 1] != '"' || a.value.data() != base + at + 2)
+      return false;
+    at += 2 + a.value.size();
+    if (at >= m_text.size() || base[at] != '"' || attributeNeedsEscaping(a.value)) return false;
+    ++at;
+  }
+  if (at >= m_text.size()) return false;
+  if (base[at] == '>') {
+    m_out.append(base + m_tok.start, at + 1 - m_tok.start);
+    return true;
+  }
+  if (base[at] == '/' && at + 1 < m_text.size() && base[at + 1] == '>') {
+    m_out.append(base + m_tok.start, at - m_tok.start);
+    m_out.push_back('>');
+    return true;
+  }
+  return false;
 }
 
 // Chooses the namespace declarations to write on the current element: a namespace is

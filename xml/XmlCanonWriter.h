@@ -63,6 +63,7 @@ class XmlCanonWriter {
   void onEndTag(size_t depth, std::string_view name);
   bool isSelected(bool& stopScanning);
   bool writeStartTag(bool isApex);
+  bool appendSourceStartTag();
   bool declareNamespaces();
   bool attributeValue(const XmlAttribute& attr, std::string& scratch, std::string_view& value);
   bool collectAttributes(bool isApex);

@@ -3,6 +3,10 @@
 #include <cstring>
 #include <limits>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "xml/XmlScanner.h"
 
 namespace xml {
@@ -25,65 +29,129 @@ void appendNormalisedLines(std::string& out, std::string_view s) {
   }
 }
 
+// Counts of '<' and '=' in text, 16 bytes at a time where SSE2 is available.
+void countMarkup(std::string_view text, size_t& lessThan, size_t& equals) {
+  size_t lt = 0, eq = 0, i = 0;
+  const char* const p = text.data();
+#if defined(__SSE2__)
+  // Matches are counted per byte lane (a match compares as -1, so subtracting adds 1)
+  // and the lanes summed before they can overflow.
+  const __m128i ltByte = _mm_set1_epi8('<');
+  const __m128i eqByte = _mm_set1_epi8('=');
+  const __m128i zero = _mm_setzero_si128();
+  while (i + 16 <= text.size()) {
+    __m128i ltLanes = zero, eqLanes = zero;
+    for (int round = 0; round < 255 && i + 16 <= text.size(); ++round, i += 16) {
+      const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+      ltLanes = _mm_sub_epi8(ltLanes, _mm_cmpeq_epi8(block, ltByte));
+      eqLanes = _mm_sub_epi8(eqLanes, _mm_cmpeq_epi8(block, eqByte));
+    }
+    const __m128i ltSums = _mm_sad_epu8(ltLanes, zero);
+    const __m128i eqSums = _mm_sad_epu8(eqLanes, zero);
+    lt += static_cast<size_t>(_mm_cvtsi128_si32(ltSums)) + static_cast<size_t>(_mm_extract_epi16(ltSums, 4));
+    eq += static_cast<size_t>(_mm_cvtsi128_si32(eqSums)) + static_cast<size_t>(_mm_extract_epi16(eqSums, 4));
+  }
+#endif
+  for (; i < text.size(); ++i) {
+    lt += p[i] == '<';
+    eq += p[i] == '=';
+  }
+  lessThan = lt;
+  equals = eq;
+}
+
 }  // namespace
 
-bool XmlTree::parse(std::string_view text, std::string& error) {
+void XmlTree::clear() {
   m_nodes.clear();
   m_attributes.clear();
   m_texts.clear();
   m_children.clear();
   m_dtd = XmlDtd();
-  m_text.clear();
-  // Offsets are kept in 32 bits, which keeps the nodes small.
+  m_text.reset();
+  m_view = std::string_view();
+}
+
+bool XmlTree::parse(std::string_view text, std::string& error) {
+  clear();
   if (text.size() >= std::numeric_limits<uint32_t>::max()) {
     error = "documents of 4 GiB or more are not supported";
     return false;
   }
-  m_text.assign(text.data(), text.size());
+  return parseShared(std::make_shared<const std::string>(text), error);
+}
+
+bool XmlTree::parseShared(std::shared_ptr<const std::string> text, std::string& error) {
+  clear();
+  if (!text) text = std::make_shared<const std::string>();
+  // Offsets are kept in 32 bits, which keeps the nodes small.
+  if (text->size() >= std::numeric_limits<uint32_t>::max()) {
+    error = "documents of 4 GiB or more are not supported";
+    return false;
+  }
+  m_text = std::move(text);
+  m_view = *m_text;
+  if (build(error)) return true;
+  clear();
+  return false;
+}
+
+bool XmlTree::build(std::string& error) {
+  // Every element starts at a '<' and every attribute has an '=', so these counts bound
+  // the arenas: reserving them once avoids the copies of repeated growth. Pages of the
+  // reserve that are never written are never touched.
+  size_t markup = 0, equals = 0;
+  countMarkup(m_view, markup, equals);
+  m_nodes.reserve(markup);
+  m_texts.reserve(markup);
+  m_attributes.reserve(equals);
 
   struct Open {
-    XmlNode* node;
+    uint32_t node;
     uint32_t lastText;
   };
   std::vector<Open> open;
-  XmlScanner scanner(m_text);
+  XmlScanner scanner(m_view);
   XmlToken tok;
+  const char* const base = m_view.data();
   while (scanner.next(tok)) {
     switch (tok.type) {
       case XmlTokenType::StartTag: {
+        const uint32_t index = static_cast<uint32_t>(m_nodes.size());
         XmlNode& node = m_nodes.emplace_back();
-        node.tag = tok.name;
         node.start = static_cast<uint32_t>(tok.start);
-        node.index = static_cast<uint32_t>(m_nodes.size() - 1);
+        node.tagLength = static_cast<uint32_t>(tok.name.size());
+        node.index = index;
         if (!open.empty()) {
           node.parent = open.back().node;
-          ++node.parent->numChildren;
+          ++m_nodes[node.parent].numChildren;
         }
         node.firstAttribute = static_cast<uint32_t>(m_attributes.size());
         node.numAttributes = static_cast<uint32_t>(tok.attributes.size());
-        const bool typed = !scanner.dtd().empty();
+        const XmlDtd& dtd = scanner.dtd();
+        const bool typed = !dtd.empty();
         for (const XmlAttribute& a : tok.attributes) {
           XmlTreeAttribute& attr = m_attributes.emplace_back();
           attr.qname = a.qname;
           attr.rawValue = a.rawValue;
           attr.defaulted = a.defaulted;
           if (typed) {
-            const std::string_view type = scanner.dtd().attributeType(tok.name, a.qname);
+            const std::string_view type = dtd.attributeType(tok.name, a.qname);
             attr.nonCdata = !type.empty() && type != "CDATA";
           }
         }
         if (tok.selfClosing) {
           node.end = static_cast<uint32_t>(tok.end);
-          node.subtreeEnd = node.index + 1;
+          node.subtreeEnd = index + 1;
         } else {
-          open.push_back({&node, kNoIndex});
+          open.push_back({index, kNoIndex});
         }
         break;
       }
       case XmlTokenType::EndTag: {
-        XmlNode* node = open.back().node;
-        node->end = static_cast<uint32_t>(tok.end);
-        node->subtreeEnd = static_cast<uint32_t>(m_nodes.size());
+        XmlNode& node = m_nodes[open.back().node];
+        node.end = static_cast<uint32_t>(tok.end);
+        node.subtreeEnd = static_cast<uint32_t>(m_nodes.size());
         open.pop_back();
         break;
       }
@@ -92,12 +160,12 @@ bool XmlTree::parse(std::string_view text, std::string& error) {
         if (open.empty()) break;  // white space around the document element
         const uint32_t pieceIndex = static_cast<uint32_t>(m_texts.size());
         XmlTextPiece& piece = m_texts.emplace_back();
-        piece.start = static_cast<uint32_t>(tok.content.data() - m_text.data());
+        piece.start = static_cast<uint32_t>(tok.content.data() - base);
         piece.end = static_cast<uint32_t>(piece.start + tok.content.size());
         piece.cdata = tok.type == XmlTokenType::CData;
         Open& o = open.back();
         if (o.lastText == kNoIndex)
-          o.node->firstText = pieceIndex;
+          m_nodes[o.node].firstText = pieceIndex;
         else
           m_texts[o.lastText].next = pieceIndex;
         o.lastText = pieceIndex;
@@ -109,10 +177,6 @@ bool XmlTree::parse(std::string_view text, std::string& error) {
   }
   if (scanner.hasError()) {
     error = scanner.errorMessage();
-    m_nodes.clear();
-    m_attributes.clear();
-    m_texts.clear();
-    m_text.clear();
     return false;
   }
   // Defaulted attribute values point into the DTD's entries, which the move keeps in place.
@@ -121,19 +185,16 @@ bool XmlTree::parse(std::string_view text, std::string& error) {
   return true;
 }
 
-// Lays each node's children side by side so that the i-th child is one lookup.
+// Lays each node's children side by side so that the i-th child is one lookup. In
+// pre-order a node's first child follows it and each child's subtree ends where the
+// next sibling starts, so one forward pass over the nodes fills the table in order.
 void XmlTree::buildChildTable() {
+  size_t total = m_nodes.empty() ? 0 : m_nodes.size() - 1;  // every node but the root is a child
+  m_children.resize(total);
   uint32_t slot = 0;
   for (XmlNode& node : m_nodes) {
     node.firstChildSlot = slot;
-    slot += node.numChildren;
-    node.numChildren = 0;  // refilled below as the children are placed
-  }
-  m_children.assign(slot, nullptr);
-  for (XmlNode& node : m_nodes) {
-    if (!node.parent) continue;
-    XmlNode& parent = *node.parent;
-    m_children[parent.firstChildSlot + parent.numChildren++] = &node;
+    for (uint32_t c = node.index + 1; c < node.subtreeEnd; c = m_nodes[c].subtreeEnd) m_children[slot++] = c;
   }
 }
 
@@ -162,7 +223,7 @@ bool XmlTree::attributeValue(const XmlTreeAttribute& attr, std::string& out) con
 bool XmlTree::content(const XmlNode& node, std::string& out) const {
   for (uint32_t i = node.firstText; i != kNoIndex; i = m_texts[i].next) {
     const XmlTextPiece& piece = m_texts[i];
-    const std::string_view raw = std::string_view(m_text).substr(piece.start, piece.end - piece.start);
+    const std::string_view raw = m_view.substr(piece.start, piece.end - piece.start);
     if (piece.cdata) {
       appendNormalisedLines(out, raw);
     } else if (!expandText(m_dtd, raw, out, nullptr)) {
@@ -173,7 +234,7 @@ bool XmlTree::content(const XmlNode& node, std::string& out) const {
 }
 
 bool XmlTree::namespaceOf(const XmlNode& node, std::string_view prefix, std::string& uri) const {
-  for (const XmlNode* n = &node; n; n = n->parent) {
+  for (const XmlNode* n = &node; n; n = parentOf(*n)) {
     for (uint32_t i = 0; i < n->numAttributes; ++i) {
       const XmlTreeAttribute& a = m_attributes[n->firstAttribute + i];
       const std::string_view q = a.qname;

@@ -1,12 +1,14 @@
-// The parsed element tree behind ClsXml handles. The tree owns a copy of the text and
-// keeps its nodes in an arena in document order (pre-order), so a subtree is a range of
-// node indices and every walk is a plain loop. Names, attribute values and text stay
-// views into the text and are decoded on demand with the scanner's rules.
+// The parsed element tree behind ClsXml handles. The tree holds the text (its own copy,
+// or one shared with the caller) and keeps its nodes in an arena in document order
+// (pre-order), so a subtree is a range of node indices and every walk is a plain loop.
+// Nodes are small fixed-size records of 32-bit offsets and indices; names, attribute
+// values and text stay views into the text and are decoded on demand with the
+// scanner's rules.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,17 +36,17 @@ struct XmlTextPiece {
 };
 
 struct XmlNode {
-  std::string_view tag;       // qualified name as written
-  uint32_t start = 0;         // offset of '<' of the start tag
+  uint32_t start = 0;         // offset of '<' of the start tag; the tag name follows it
   uint32_t end = 0;           // offset just past the end tag (or "/>")
   uint32_t index = 0;         // position in document order
   uint32_t subtreeEnd = 0;    // index just past the last descendant
-  XmlNode* parent = nullptr;
+  uint32_t parent = kNoIndex;   // index of the parent element (none for the root)
   uint32_t firstChildSlot = 0;  // into the tree's child table
   uint32_t numChildren = 0;
   uint32_t firstAttribute = 0;
   uint32_t numAttributes = 0;
   uint32_t firstText = kNoIndex;
+  uint32_t tagLength = 0;
 };
 
 class XmlTree {
@@ -56,16 +58,29 @@ class XmlTree {
   // Copies and parses text. False with the scanner's located message when it is not
   // well-formed (the tree is then empty).
   bool parse(std::string_view text, std::string& error);
+  // Parses text without copying it: the tree keeps the shared text alive.
+  bool parseShared(std::shared_ptr<const std::string> text, std::string& error);
 
   bool empty() const { return m_nodes.empty(); }
   XmlNode* root() { return m_nodes.empty() ? nullptr : &m_nodes.front(); }
   size_t nodeCount() const { return m_nodes.size(); }
   XmlNode* nodeAt(uint32_t index) { return index < m_nodes.size() ? &m_nodes[index] : nullptr; }
-  std::string_view text() const { return m_text; }
+  std::string_view text() const { return m_view; }
   const XmlDtd& dtd() const { return m_dtd; }
 
-  XmlNode* child(const XmlNode& node, uint32_t i) const {
-    return i < node.numChildren ? m_children[node.firstChildSlot + i] : nullptr;
+  // Qualified tag name as written.
+  std::string_view tagOf(const XmlNode& node) const { return m_view.substr(node.start + 1, node.tagLength); }
+  XmlNode* parentOf(const XmlNode& node) {
+    return node.parent == kNoIndex ? nullptr : &m_nodes[node.parent];
+  }
+  const XmlNode* parentOf(const XmlNode& node) const {
+    return node.parent == kNoIndex ? nullptr : &m_nodes[node.parent];
+  }
+  XmlNode* child(const XmlNode& node, uint32_t i) {
+    return i < node.numChildren ? &m_nodes[m_children[node.firstChildSlot + i]] : nullptr;
+  }
+  const XmlNode* child(const XmlNode& node, uint32_t i) const {
+    return i < node.numChildren ? &m_nodes[m_children[node.firstChildSlot + i]] : nullptr;
   }
   const XmlTreeAttribute* attribute(const XmlNode& node, uint32_t i) const {
     return i < node.numAttributes ? &m_attributes[node.firstAttribute + i] : nullptr;
@@ -79,22 +94,23 @@ class XmlTree {
   // normalised; appended to out.
   bool content(const XmlNode& node, std::string& out) const;
   // The element's exact source text.
-  std::string_view sourceOf(const XmlNode& node) const {
-    return std::string_view(m_text).substr(node.start, node.end - node.start);
-  }
+  std::string_view sourceOf(const XmlNode& node) const { return m_view.substr(node.start, node.end - node.start); }
 
   // Namespace URI bound to prefix ("" for the default namespace) where node stands,
   // from the xmlns declarations on it and its ancestors; false when unbound.
   bool namespaceOf(const XmlNode& node, std::string_view prefix, std::string& uri) const;
 
  private:
+  bool build(std::string& error);
+  void clear();
   void buildChildTable();
 
-  std::string m_text;
-  std::deque<XmlNode> m_nodes;
+  std::shared_ptr<const std::string> m_text;
+  std::string_view m_view;  // all of *m_text
+  std::vector<XmlNode> m_nodes;
   std::vector<XmlTreeAttribute> m_attributes;
   std::vector<XmlTextPiece> m_texts;
-  std::vector<XmlNode*> m_children;  // each node's children side by side, in order
+  std::vector<uint32_t> m_children;  // each node's children side by side, in order
   XmlDtd m_dtd;
 };
 
