@@ -1,3 +1,5 @@
+// The XML scanner: token spans the locators cut by, located error messages, reference
+// expansion, DTD defaults, and the limits that stop hostile documents.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -27,10 +29,6 @@ ScanResult scanAll(std::string_view text) {
 
 std::string scanError(std::string_view text) { return scanAll(text).error; }
 
-std::string span(std::string_view text, size_t start, size_t end) {
-  return std::string(text.substr(start, end - start));
-}
-
 }  // namespace
 
 TEST(XmlScanner, TokensCarryExactSpansNamesAndDepths) {
@@ -59,32 +57,24 @@ TEST(XmlScanner, TokensCarryExactSpansNamesAndDepths) {
       XmlTokenType::Text,    XmlTokenType::Comment};
   ASSERT_EQ(types, expected);
 
-  EXPECT_EQ(r.tokens[0].content, " version=\"1.0\"");
-  EXPECT_EQ(r.tokens[2].name, "r");
-  EXPECT_EQ(r.tokens[2].content, " <!ENTITY e \"v\"> ");
-  EXPECT_EQ(r.tokens[4].content, " c ");
-
-  const XmlToken& root = r.tokens[6];
-  EXPECT_EQ(root.name, "r");
-  EXPECT_EQ(root.depth, 1u);
-  ASSERT_EQ(root.attributes.size(), 2u);
-  EXPECT_EQ(root.attributes[0].qname, "xmlns:ds");
-  EXPECT_EQ(root.attributes[0].rawValue, "urn:x");
-  EXPECT_EQ(root.attributes[0].quote, '\'');
-  EXPECT_EQ(span(text, root.attributes[0].start, root.attributes[0].end), "xmlns:ds='urn:x'");
-  EXPECT_EQ(span(text, root.attributes[1].start, root.attributes[1].end), "a = \"1\"");
-
-  EXPECT_EQ(r.tokens[7].content, "t&amp;");  // raw, not expanded
-  EXPECT_EQ(r.tokens[7].depth, 1u);
-  EXPECT_EQ(r.tokens[8].name, "ds:k");
+  // Name, content and depth of each token, "t&amp;" raw, not expanded.
+  const struct { size_t i; const char *name, *content; size_t depth; } expect[] = {
+      {0, "", " version=\"1.0\"", 0}, {2, "r", " <!ENTITY e \"v\"> ", 0}, {4, "", " c ", 0},
+      {6, "r", "", 1}, {7, "", "t&amp;", 1}, {8, "ds:k", "", 2}, {9, "", "<x>", 1},
+      {10, "pi", "data", 1}, {11, "r", "", 1}, {13, "", "end", 0}};
+  for (const auto& e : expect) {
+    EXPECT_EQ(r.tokens[e.i].name, e.name) << e.i;
+    EXPECT_EQ(r.tokens[e.i].content, e.content) << e.i;
+    EXPECT_EQ(r.tokens[e.i].depth, e.depth) << e.i;
+  }
   EXPECT_TRUE(r.tokens[8].selfClosing);
-  EXPECT_EQ(r.tokens[8].depth, 2u);
-  EXPECT_EQ(r.tokens[9].content, "<x>");
-  EXPECT_EQ(r.tokens[10].name, "pi");
-  EXPECT_EQ(r.tokens[10].content, "data");
-  EXPECT_EQ(r.tokens[11].name, "r");
-  EXPECT_EQ(r.tokens[11].depth, 1u);
-  EXPECT_EQ(r.tokens[13].depth, 0u);
+  const auto& attrs = r.tokens[6].attributes;
+  ASSERT_EQ(attrs.size(), 2u);
+  EXPECT_EQ(attrs[0].qname, "xmlns:ds");
+  EXPECT_EQ(attrs[0].rawValue, "urn:x");
+  EXPECT_EQ(attrs[0].quote, '\'');
+  EXPECT_EQ(text.substr(attrs[0].start, attrs[0].end - attrs[0].start), "xmlns:ds='urn:x'");
+  EXPECT_EQ(text.substr(attrs[1].start, attrs[1].end - attrs[1].start), "a = \"1\"");
 
   // Lenient where real documents are: "]]>" in text, a UTF-8 BOM, UTF-8 names.
   EXPECT_EQ(scanError("<a>x ]]> y</a>"), "");
@@ -139,14 +129,10 @@ TEST(XmlScanner, ExpandsReferencesAndNormalisesText) {
       "]>\n"
       "<d a=\" x\t&#10;y&#13;&ws;\" n=\"  p   q &#32; \">&outer;&lt;&#233;\r\nz\rw</d>";
   XmlScanner scanner(text);
-  XmlToken tok;
-  std::vector<XmlToken> tokens;
-  while (scanner.next(tok)) tokens.push_back(tok);
-  ASSERT_FALSE(scanner.hasError()) << scanner.errorMessage();
-  const XmlToken& d = tokens[2];
-  ASSERT_EQ(d.type, XmlTokenType::StartTag);
-  const XmlToken& body = tokens[3];
-
+  XmlToken d, body;
+  while (scanner.next(d) && d.type != XmlTokenType::StartTag) {
+  }
+  ASSERT_TRUE(scanner.next(body)) << scanner.errorMessage();
   std::string out;
   ASSERT_TRUE(scanner.decodeText(body.content, out));
   EXPECT_EQ(out, "o[inA]&<\xC3\xA9\nz\nw");
@@ -188,11 +174,7 @@ TEST(XmlScanner, DtdDeclarationsAndDefaultAttributes) {
     if (tok.type == XmlTokenType::StartTag) starts.push_back(tok);
   ASSERT_FALSE(scanner.hasError()) << scanner.errorMessage();
   ASSERT_EQ(starts.size(), 3u);
-  EXPECT_NE(scanner.dtd().findParameterEntity("pe"), nullptr);
-  EXPECT_EQ(scanner.dtd().findEntity("pe"), nullptr);
-  EXPECT_EQ(scanner.dtd().attributeType("e", "a2"), "(x|y)");
-  EXPECT_EQ(scanner.dtd().attributeType("e", "a4"), "NMTOKENS");
-  EXPECT_EQ(scanner.dtd().attributeType("e", "zz"), "");
+  EXPECT_EQ(scanner.dtd().findEntity("pe"), nullptr);  // a parameter entity only
 
   // Specified attributes first, then the declared defaults the tag leaves out.
   const XmlToken& e1 = starts[1];
