@@ -6,6 +6,10 @@
 #include <string>
 
 #include "TestSupport.h"
+#include "crypto/DsaVerifier.h"
+#include "crypto/RsaVerifier.h"
+#include "support/ContentCoding.h"
+#include "support/XString.h"
 
 namespace fs = std::filesystem;
 
@@ -43,9 +47,68 @@ const std::string& dir() {
 
 std::string path(const std::string& name) { return dir() + "/" + name; }
 
-DataBuffer file(const std::string& name) {
-  const std::string bytes = testsupport::readFile(path(name));
-  return DataBuffer(bytes.data(), bytes.size());
+DataBuffer file(const std::string& name) { return supporttest::dbOf(testsupport::readFile(path(name))); }
+
+std::string hex(const DataBuffer& db, bool lower) {
+  StringBuffer sb;
+  ContentCoding::encodeHex(db.getData2(), db.getSize(), lower, sb);
+  return sb.str();
+}
+
+DataBuffer fromHex(const std::string& hex) {
+  DataBuffer db;
+  ContentCoding::decodeHexToDb(hex.data(), hex.size(), db);
+  return db;
+}
+
+DataBuffer tampered(DataBuffer db) {
+  db.getDataRw()[db.getSize() / 2] ^= 0x01;
+  return db;
+}
+
+Key::Key(const std::string& nameOrPath) : obj(ClsPublicKey::createNewCls()) {
+  if (!nameOrPath.empty())
+    loaded = obj->LoadFromFile(XString((nameOrPath[0] == '/' ? nameOrPath : path(nameOrPath)).c_str()));
+}
+
+std::string Key::type() {
+  XString t;
+  obj->get_KeyType(t);
+  return t.getUtf8();
+}
+
+DataBuffer Key::spki() {
+  DataBuffer der;
+  LogNull log;
+  obj->getPublicKeyDer(false, der, log);
+  return der;
+}
+
+Verdict verifyRsa(ClsPublicKey& key, const DataBuffer& sig, const DataBuffer& hash, int hashId, int padding,
+                  int mgfHashId, bool lenient) {
+  Verdict v;
+  LogNull log;
+  if (const RsaKeyData* rsa = key.getPubKey().getRsaKey())
+    v.ran = RsaVerifier::verifyHashExt(sig.getData2(), sig.getSize(), hash.getData2(), hash.getSize(), hashId, padding,
+                                       mgfHashId, v.valid, *rsa, 0, lenient, v.keyMismatch, log);
+  return v;
+}
+
+Verdict verifyDsa(ClsPublicKey& key, const DataBuffer& sig, const DataBuffer& hash, bool rawFirst) {
+  Verdict v;
+  LogNull log;
+  if (const DsaKeyData* dsa = key.getPubKey().getDsaKey())
+    v.ran = DsaVerifier::verifyHash(*dsa, sig.getData2(), sig.getSize(), rawFirst, hash.getData2(), hash.getSize(),
+                                    v.valid, log);
+  return v;
+}
+
+Verdict verifyEcdsa(ClsPublicKey& key, const DataBuffer& sig, const DataBuffer& hash) {
+  Verdict v;
+  LogNull log;
+  if (const EccKey* ec = key.getPubKey().getEccKey())
+    v.ran = ec->eccVerifyHash(sig.getData2(), sig.getSize(), false, hash.getData2(), hash.getSize(), v.valid, log, 0);
+  return v;
 }
 
 }  // namespace cryptofixtures

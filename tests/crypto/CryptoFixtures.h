@@ -1,10 +1,12 @@
 // Keys, certificates and signatures made by the openssl command line
-// (fixtures/make_sig_fixtures.sh), generated once per build tree and shared by the tests.
+// (fixtures/make_sig_fixtures.sh), generated once per build tree, and the helpers the
+// crypto tests share.
 #pragma once
 
 #include <string>
 
-#include "support/DataBuffer.h"
+#include "crypto/ClsPublicKey.h"
+#include "support/SupportTestHelpers.h"
 
 namespace cryptofixtures {
 
@@ -13,6 +15,28 @@ const std::string& dir();
 // The bytes of a generated file (empty when missing).
 DataBuffer file(const std::string& name);
 std::string path(const std::string& name);
+
+std::string hex(const DataBuffer& db, bool lower = true);
+DataBuffer fromHex(const std::string& hex);
+// The bytes with one bit of the middle byte flipped.
+DataBuffer tampered(DataBuffer db);
+// A key loaded with LoadFromFile (fixture name or absolute path; none when empty).
+struct Key {
+  explicit Key(const std::string& nameOrPath = "");
+  std::string type();
+  DataBuffer spki();
+  RcPtr<ClsPublicKey> obj;
+  bool loaded = false;
+};
+
+// One verification over a hash: whether it ran, its verdict, and a key mismatch.
+struct Verdict {
+  bool ran = false, valid = false, keyMismatch = false;
+};
+Verdict verifyRsa(ClsPublicKey& key, const DataBuffer& sig, const DataBuffer& hash, int hashId, int padding = 1,
+                  int mgfHashId = 0, bool lenient = true);
+Verdict verifyDsa(ClsPublicKey& key, const DataBuffer& sig, const DataBuffer& hash, bool rawFirst = true);
+Verdict verifyEcdsa(ClsPublicKey& key, const DataBuffer& sig, const DataBuffer& hash);
 
 }  // namespace cryptofixtures
 
