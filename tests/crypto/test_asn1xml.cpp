@@ -1,27 +1,24 @@
 // The ASN.1 <-> XML converter: exact round trips of real certificates, CRLs and
 // time-stamp tokens from the corpus and of BER forms, and the tag paths readers use.
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <filesystem>
 #include <regex>
 #include <string>
 
 #include "CryptoFixtures.h"
-#include "TestSupport.h"
 #include "crypto/Asn1Xml.h"
-#include "support/ClsXml.h"
 #include "support/ContentCoding.h"
-#include "support/DataBuffer.h"
-#include "support/LogBase.h"
-#include "support/StringBuffer.h"
+
+using cryptofixtures::fromHex;
 
 namespace {
 
-DataBuffer fromHex(const char* hex) {
-  DataBuffer db;
-  ContentCoding::decodeHexToDb(hex, std::strlen(hex), db);
-  return db;
+// A SEQUENCE around the bytes, with a two-byte length.
+DataBuffer sequenceOf(const DataBuffer& body) {
+  DataBuffer seq;
+  for (unsigned char b : {0x30, 0x82, static_cast<int>(body.getSize() >> 8), static_cast<int>(body.getSize() & 0xff)})
+    seq.appendByte(b);
+  seq.append(body);
+  return seq;
 }
 
 // derToXml, parse, xmlToDer; true when the bytes come back unchanged for both layouts.
@@ -38,6 +35,8 @@ bool roundTrips(const DataBuffer& der, std::string* xmlOut = nullptr) {
   }
   return true;
 }
+
+}  // namespace
 
 TEST(Asn1Xml, CorpusCertificatesCrlsAndTimeStampTokensRoundTrip) {
   REQUIRE_CORPUS();
@@ -79,10 +78,9 @@ TEST(Asn1Xml, MessageImprintPaths) {
   ASSERT_TRUE(root->getChildContentUtf8("sequence|sequence|oid", oid, false));
   EXPECT_EQ(oid.str(), "2.16.840.1.101.3.4.2.1");
   ASSERT_TRUE(root->getChildContentUtf8("sequence|octets", hashB64, false));
-  const DataBuffer sha256 = cryptofixtures::file("data.sha256");
-  StringBuffer expected;
-  ContentCoding::encodeBase64(sha256.getData2(), sha256.getSize(), expected);
-  EXPECT_EQ(hashB64.str(), expected.str());
+  DataBuffer hash;
+  ContentCoding::decodeBase64ToDb(hashB64.getString(), hashB64.getSize(), hash);
+  EXPECT_TRUE(hash.equals(cryptofixtures::file("data.sha256")));
 }
 
 // A PkiPath (a SEQUENCE of certificates): the last child converts back to the last certificate.
@@ -90,16 +88,11 @@ TEST(Asn1Xml, LastCertificateOfAPath) {
   REQUIRE_SIG_FIXTURES();
   const DataBuffer certs[3] = {cryptofixtures::file("ca.crt.der"), cryptofixtures::file("leaf.crt.der"),
                                cryptofixtures::file("leaf_noext.crt.der")};
-  DataBuffer body, path;
+  DataBuffer body;
   for (const DataBuffer& c : certs) body.append(c);
-  path.appendByte(0x30);
-  path.appendByte(0x82);
-  path.appendByte(static_cast<unsigned char>(body.getSize() >> 8));
-  path.appendByte(static_cast<unsigned char>(body.getSize() & 0xff));
-  path.append(body);
   LogNull log;
   StringBuffer xml;
-  ASSERT_TRUE(Asn1Xml::derToXml(path, false, true, xml, nullptr, log));
+  ASSERT_TRUE(Asn1Xml::derToXml(sequenceOf(body), false, true, xml, nullptr, log));
   RcPtr<ClsXml> root(ClsXml::createNewCls());
   ASSERT_TRUE(root->loadXml(xml, true, log));
   ASSERT_EQ(root->get_NumChildren(), 3);
@@ -132,9 +125,7 @@ TEST(Asn1Xml, BerFormsAndTextTypesComeBackExactly) {
     const DataBuffer der = fromHex(c.hex);
     std::string xml;
     EXPECT_TRUE(roundTrips(der, &xml)) << c.hex << " -> " << xml;
-    if (c.expectInXml) {
-      EXPECT_NE(xml.find(c.expectInXml), std::string::npos) << c.hex << " -> " << xml;
-    }
+    EXPECT_NE(xml.find(c.expectInXml), std::string::npos) << c.hex << " -> " << xml;
   }
 }
 
@@ -150,29 +141,14 @@ TEST(Asn1Xml, InvalidInputFailsWithReason) {
   std::string deepIndefinite;
   for (int i = 0; i < 5000; ++i) deepIndefinite += "3080";
   for (int i = 0; i < 5000; ++i) deepIndefinite += "0000";
-  {
-    LogNull quiet;
-    StringBuffer xml;
-    EXPECT_FALSE(Asn1Xml::derToXml(fromHex(deepIndefinite.c_str()), false, false, xml, nullptr, quiet));
-  }
+  StringBuffer xml;
+  LogNull quiet;
+  EXPECT_FALSE(Asn1Xml::derToXml(fromHex(deepIndefinite), false, false, xml, nullptr, quiet));
   DataBuffer nested;
-  for (int i = 0; i < 200; ++i) {
-    DataBuffer outer;
-    outer.appendByte(0x30);
-    outer.appendByte(0x82);
-    outer.appendByte(static_cast<unsigned char>(nested.getSize() >> 8));
-    outer.appendByte(static_cast<unsigned char>(nested.getSize() & 0xff));
-    outer.append(nested);
-    nested = outer;
-  }
-  {
-    _btLogger deepLog;
-    StringBuffer xml;
-    EXPECT_FALSE(Asn1Xml::derToXml(nested, false, false, xml, nullptr, deepLog));
-    EXPECT_EQ(deepLog.lastErrorLine(), "ASN.1 nesting is too deep.");
-  }
-
+  for (int i = 0; i < 200; ++i) nested = sequenceOf(nested);
   _btLogger log;
+  EXPECT_FALSE(Asn1Xml::derToXml(nested, false, false, xml, nullptr, log));
+  EXPECT_EQ(log.lastErrorLine(), "ASN.1 nesting is too deep.");
   RcPtr<ClsXml> root(ClsXml::createNewCls());
   ASSERT_TRUE(root->loadXml(StringBuffer("<sequence><int>XYZ</int></sequence>"), true, log));
   DataBuffer der;
@@ -182,5 +158,3 @@ TEST(Asn1Xml, InvalidInputFailsWithReason) {
   EXPECT_FALSE(Asn1Xml::xmlToDer(root.get(), der, log));
   EXPECT_EQ(log.lastErrorLine(), "Unknown ASN.1 XML element.");
 }
-
-}  // namespace
