@@ -102,6 +102,11 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // logged as information with infoTag), else by the digest value of its first reference.
   bool locateSignature(XmlSigLocate& locator, const StringBuffer& signatureId, const StringBuffer& firstRefDigest,
                        int infoTag, LogBase& log);
+  // The same answer as the text scan of m_xmlSb, taken from the element spans of the parsed
+  // tree (built from that text) when nothing in the document could make the two differ.
+  // False means the scan must decide; the locator is then left as it was.
+  bool locateSignatureInTree(XmlSigLocate& locator, const StringBuffer& signatureId,
+                             const StringBuffer& firstRefDigest);
   static int signatureMethodToHashAlg(const StringBuffer& algorithmUri, LogBase& log);
   static int signatureMethodToKeyType(const StringBuffer& algorithmUri, LogBase& log);
 
@@ -165,4 +170,7 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool m_constructed = true;         // set at construction; read by nothing
   DataBuffer m_hmacKey;
   int32_t m_selector = 0;
+  // True while the same-document pipeline's working text is still m_xmlSb byte for byte, so
+  // that the enveloped-signature transform may locate the signature in the tree.
+  bool m_pipelineTextIsDocument = false;
 };

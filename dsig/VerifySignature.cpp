@@ -2,7 +2,10 @@
 // checked first (none is skipped after a failure), then the signature is located in the
 // document text, its SignedInfo canonicalized in place (with the document-family cases),
 // hashed, and the signature value checked under every candidate key.
+#include <algorithm>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "crypto/Hmac.h"
 #include "crypto/DsaVerifier.h"
@@ -32,10 +35,112 @@ std::string siiDomainWithoutHost() {
   return dot == std::string::npos ? domain : domain.substr(dot + 1);
 }
 
+std::string withoutXmlSpace(const StringBuffer& s) {
+  std::string out;
+  out.reserve(s.getSize());
+  for (char c : s.view())
+    if (c != ' ' && c != '\t' && c != '\r' && c != '\n') out.push_back(c);
+  return out;
+}
+
+// Whether a DigestValue of a Reference directly inside the first SignedInfo of the
+// signature holds digest (white space ignored on both sides), as the digest scan decides.
+bool holdsReferenceDigest(ClsXml& signature, const std::string& digest) {
+  RcPtr<ClsXml> signedInfo(signature.getChildWithTagUtf8("*:SignedInfo"));
+  if (!signedInfo) return false;
+  LogNull quiet;
+  StringBuffer content;
+  for (int r = 0;; ++r) {
+    RcPtr<ClsXml> reference(signedInfo->getNthChildWithTagUtf8("*:Reference", r, quiet));
+    if (!reference) return false;
+    for (int d = 0;; ++d) {
+      RcPtr<ClsXml> digestValue(reference->getNthChildWithTagUtf8("*:DigestValue", d, quiet));
+      if (!digestValue) break;
+      content.clear();
+      digestValue->getContentSb(content);
+      if (withoutXmlSpace(content) == digest) return true;
+    }
+  }
+}
+
+bool isSignatureStart(const std::vector<size_t>& sortedStarts, size_t start) {
+  return std::binary_search(sortedStarts.begin(), sortedStarts.end(), start);
+}
+
+// Whether every element named `localName` (any prefix, any namespace) that starts before
+// `before` is acceptable: when `parentIsSignature`, its parent is one of the signatures,
+// otherwise it is one of them itself.
+bool allListedBefore(ClsXml& root, const char* localName, bool parentIsSignature,
+                     const std::vector<size_t>& signatureStarts, size_t before) {
+  RcPtr<ClsXml> element(root.searchForTag(nullptr, localName));
+  while (element && element->sourceStart() < before) {
+    size_t start = element->sourceStart();
+    if (parentIsSignature) {
+      RcPtr<ClsXml> parent(element->getParent());
+      if (!parent) return false;
+      start = parent->sourceStart();
+    }
+    if (!isSignatureStart(signatureStarts, start)) return false;
+    element.reset(root.searchForTag(element.get(), localName));
+  }
+  return true;
+}
+
 }  // namespace
+
+// The scan and the tree read the same text with the same scanner, but the scan also takes
+// elements the tree does not list as signatures (a Signature outside the XML-Signature
+// namespace, an element with only one of SignedInfo and SignatureValue) and gives nested
+// signatures its own precedence. So the tree answers only when the signatures do not nest
+// and every element that the scan could take for one, up to the found signature, is one
+// of the tree's; and never when a DTD could change how attributes read.
+bool ClsXmlDSig::locateSignatureInTree(XmlSigLocate& locator, const StringBuffer& signatureId,
+                                       const StringBuffer& firstRefDigest) {
+  if (locator.m_recordXadesPositions || !m_xmlRoot || m_signatures.getSize() == 0) return false;
+  const size_t rootStart = m_xmlRoot->sourceStart();
+  if (rootStart > m_xmlSb.getSize() || m_xmlSb.view().substr(0, rootStart).find("<!DOCTYPE") != std::string_view::npos)
+    return false;
+
+  const bool byId = !signatureId.isEmpty();
+  const std::string digest = withoutXmlSpace(firstRefDigest);
+  if (!byId && digest.empty()) return false;
+
+  std::vector<size_t> starts;
+  ClsXml* found = nullptr;
+  size_t previousEnd = 0;
+  StringBuffer id;
+  for (int i = 0; i < m_signatures.getSize(); ++i) {
+    auto* sig = static_cast<ClsXml*>(m_signatures.elementAt(i));
+    if (!sig) return false;
+    if (i > 0 && sig->sourceStart() < previousEnd) return false;  // nested
+    previousEnd = sig->sourceEnd();
+    starts.push_back(sig->sourceStart());
+    if (found) continue;
+    if (byId ? (sig->getAttrValue("Id", id) && id.equals(signatureId)) : holdsReferenceDigest(*sig, digest))
+      found = sig;
+  }
+  if (!found) return false;
+
+  const size_t before = found->sourceEnd();
+  if (!allListedBefore(*m_xmlRoot, "*:Signature", false, starts, before) ||
+      !allListedBefore(*m_xmlRoot, "*:SignedInfo", true, starts, before) ||
+      !allListedBefore(*m_xmlRoot, "*:SignatureValue", true, starts, before))
+    return false;
+
+  locator.m_sigStart = static_cast<unsigned>(found->sourceStart());
+  locator.m_sigLength = static_cast<unsigned>(found->sourceEnd() - found->sourceStart());
+  locator.m_signedInfoStart = locator.m_signedInfoLength = 0;
+  RcPtr<ClsXml> signedInfo(found->getChildWithTagUtf8("*:SignedInfo"));
+  if (signedInfo && signedInfo->sourceEnd() > signedInfo->sourceStart()) {
+    locator.m_signedInfoStart = static_cast<unsigned>(signedInfo->sourceStart());
+    locator.m_signedInfoLength = static_cast<unsigned>(signedInfo->sourceEnd() - signedInfo->sourceStart());
+  }
+  return true;
+}
 
 bool ClsXmlDSig::locateSignature(XmlSigLocate& locator, const StringBuffer& signatureId,
                                  const StringBuffer& firstRefDigest, int infoTag, LogBase& log) {
+  if (locateSignatureInTree(locator, signatureId, firstRefDigest)) return true;
   _btXmlDtd dtd;
   if (!signatureId.isEmpty()) {
     if (locator.FindXmlSigById(signatureId.getString(), m_xmlSb, dtd, log)) return true;

@@ -85,6 +85,14 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
   // 2. Family pre-processing (cuts a Chilean DTE out of its envelope).
   preprocessXmlToTransform(uri, ref, data, log);
 
+  // Until a transform changes it, the working text is the loaded document itself (neither
+  // the <doda> cut nor the Chilean pre-processing applies); the flag never outlives this call.
+  struct DocumentTextFlag {
+    bool& flag;
+    ~DocumentTextFlag() { flag = false; }
+  } documentText{m_pipelineTextIsDocument};
+  m_pipelineTextIsDocument = !m_isDoda && !m_isSiiCl;
+
   bool base64Requested = false;
   bool isMyInvoisDocumentRef = false;
 
@@ -102,6 +110,7 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
         algorithm.setString(kEnvelopedSignatureUri);
         StringBuffer unused1, unused2;
         transformEnvelopedSignature(data, unused1, unused2, ref, log);
+        m_pipelineTextIsDocument = false;
       }
       algorithm.append(m_isZatca ? kExclusiveC14n : kInclusiveC14n);
       if (!transformCanonicalize(nullptr, data, algorithm, uri, log)) {
@@ -134,13 +143,16 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
           log.LogError("No XPath found in transform.");
           return false;
         }
+        m_pipelineTextIsDocument = false;
         if (!transformXPath(transform.get(), data, algorithm, xpath, log)) return false;
       } else if (algorithm.containsSubstring("enveloped-signature")) {
         envelopedApplied = true;
         StringBuffer unused1, unused2;
         transformEnvelopedSignature(data, unused1, unused2, ref, log);
+        m_pipelineTextIsDocument = false;
       } else if (algorithm.containsSubstring("xml-c14n") || algorithm.containsSubstring("xml-exc-c14n")) {
         canonicalized = true;
+        m_pipelineTextIsDocument = false;
         if (!transformCanonicalize(transform.get(), data, algorithm, uri, log)) {
           m_refFailReason = 5;
           return false;

@@ -47,10 +47,22 @@ bool ClsXmlDSig::transformEnvelopedSignature(StringBuffer& xml, StringBuffer& /*
   // normalisation; this transform leaves it alone.
   if (m_isZatca && sigId.equals("signature")) return true;
 
+  if (log.m_verboseLogging) {
+    if (!sigId.isEmpty())
+      log.LogDataSb("removeSignatureWithId", sigId);
+    else
+      log.LogDataSb("removeSignatureHavingDigest", ref.digestValue);
+  }
+
+  // While the text is still the loaded document, the parsed tree knows where the signature
+  // is and the scan of the whole text is saved.
   XmlSigLocate locator;
+  if (m_pipelineTextIsDocument && xml.getSize() == m_xmlSb.getSize() &&
+      locateSignatureInTree(locator, sigId, ref.digestValue))
+    return removeSignatureAndFollowingSigs(xml, locator.m_sigStart, locator.m_sigLength, log);
+
   _btXmlDtd dtd;
   if (!sigId.isEmpty()) {
-    if (log.m_verboseLogging) log.LogDataSb("removeSignatureWithId", sigId);
     if (!locator.FindXmlSigById(sigId.getString(), xml, dtd, log)) {
       // A signature with an Id must be found by it; the digest comparison reports the rest.
       log.LogInfo_n("Unable to find the Signature by Id. (This is not an error)", 2);
@@ -58,7 +70,6 @@ bool ClsXmlDSig::transformEnvelopedSignature(StringBuffer& xml, StringBuffer& /*
       return true;
     }
   } else {
-    if (log.m_verboseLogging) log.LogDataSb("removeSignatureHavingDigest", ref.digestValue);
     if (!locator.FindXmlSigByRefDigest(ref.digestValue.getString(), xml, dtd, log)) {
       log.LogError("Unable to find Signature by digest value for enveloped-signature..");
       return true;

@@ -1,0 +1,160 @@
+// Locating a signature from the parsed tree must give exactly what the text scan of the
+// loaded document gives, and must leave the decision to the scan whenever the two could
+// differ.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "CorpusCases.h"
+#include "TestSupport.h"
+#include "VerifierTestUtil.h"
+#include "dsig/ClsXmlDSig.h"
+#include "dsig/reference/DSigReference.h"
+#include "support/ClsXml.h"
+#include "support/LogBase.h"
+#include "xml/XmlSigLocate.h"
+
+namespace {
+
+using dsigtest::digestSignature;
+
+const char kDsNs[] = "xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"";
+
+struct Query {
+  StringBuffer id;
+  StringBuffer digest;  // of the selected signature's first reference
+};
+
+Query queryOf(ClsXmlDSig& dsig) {
+  Query q;
+  LogNull quiet;
+  if (ClsXml* sig = dsig.selectedSignature()) sig->getAttrValue("Id", q.id);
+  RcPtr<ClsXml> ref(dsig.getReference(0, quiet));
+  if (ref) {
+    DSigReference parsed;
+    parsed.parseReference(ref.get(), quiet);
+    q.digest.setString(parsed.digestValue);
+  }
+  return q;
+}
+
+// What the scan of the loaded text finds for the query (by Id when there is one).
+bool scanned(ClsXmlDSig& dsig, const Query& q, XmlSigLocate& out) {
+  LogNull quiet;
+  _btXmlDtd dtd;
+  return q.id.isEmpty() ? out.FindXmlSigByRefDigest(q.digest.getString(), dsig.m_xmlSb, dtd, quiet)
+                        : out.FindXmlSigById(q.id.getString(), dsig.m_xmlSb, dtd, quiet);
+}
+
+// Whether the tree answered; when it did, its answer must be the scan's.
+bool treeAgreesWithScan(ClsXmlDSig& dsig, const Query& q, const std::string& what) {
+  XmlSigLocate fromTree;
+  if (!dsig.locateSignatureInTree(fromTree, q.id, q.digest)) return false;
+  XmlSigLocate fromScan;
+  EXPECT_TRUE(scanned(dsig, q, fromScan)) << what;
+  EXPECT_EQ(fromTree.m_sigStart, fromScan.m_sigStart) << what;
+  EXPECT_EQ(fromTree.m_sigLength, fromScan.m_sigLength) << what;
+  EXPECT_EQ(fromTree.m_signedInfoStart, fromScan.m_signedInfoStart) << what;
+  EXPECT_EQ(fromTree.m_signedInfoLength, fromScan.m_signedInfoLength) << what;
+  return true;
+}
+
+std::unique_ptr<ClsXmlDSig> loaded(const std::string& doc) {
+  std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
+  XString text(doc.c_str());
+  if (!dsig->LoadSignature(text)) return nullptr;
+  return dsig;
+}
+
+}  // namespace
+
+TEST(TreeLocate, AgreesWithTheScanOnEveryCorpusSignature) {
+  REQUIRE_CORPUS();
+  int answered = 0, asked = 0;
+  for (const corpuscases::Case& c : corpuscases::allCases()) {
+    std::unique_ptr<ClsXmlDSig> dsig = corpuscases::prepare(c, corpuscases::documentOf(c));
+    if (!dsig) continue;
+    for (int i = 0; i < dsig->get_NumSignatures(); ++i) {
+      dsig->put_Selector(i);
+      const Query q = queryOf(*dsig);
+      ++asked;
+      // Also by digest when the signature has an Id: both searches must agree.
+      if (treeAgreesWithScan(*dsig, q, c.id + " #" + std::to_string(i))) ++answered;
+      Query byDigest = q;
+      byDigest.id.clear();
+      if (!byDigest.digest.isEmpty()) treeAgreesWithScan(*dsig, byDigest, c.id + " digest #" + std::to_string(i));
+    }
+  }
+  // Most real documents are plain enough for the tree to answer.
+  EXPECT_GT(asked, 100);
+  EXPECT_GT(answered * 2, asked) << answered << " of " << asked;
+}
+
+TEST(TreeLocate, LeavesToTheScanWhatTheTreeCannotDecide) {
+  const std::string real = digestSignature("s1", "AAAA");
+  {
+    // Plain: the tree answers, with the exact spans.
+    auto dsig = loaded("<r><a/>" + real + "</r>");
+    ASSERT_TRUE(dsig);
+    XmlSigLocate loc;
+    StringBuffer id("s1"), digest("AAAA"), none;
+    ASSERT_TRUE(dsig->locateSignatureInTree(loc, id, none));
+    EXPECT_EQ(loc.m_sigStart, 7u);
+    EXPECT_EQ(loc.m_sigLength, real.size());
+    EXPECT_TRUE(treeAgreesWithScan(*dsig, Query{none, digest}, "plain by digest"));
+    EXPECT_FALSE(dsig->locateSignatureInTree(loc, StringBuffer("s2"), none));
+  }
+  // Each of these has an element before the real signature that the scan takes for a
+  // signature but the tree does not list (or a DTD, or nesting): the tree must decline.
+  const std::string lenient =
+      "<r><Signature Id=\"s1\"><SignedInfo><Reference><DigestValue>AAAA</DigestValue></Reference></SignedInfo>"
+      "</Signature>" + real + "</r>";
+  const std::string halfEbics = "<r><x Id=\"s1\"><ds:SignatureValue " + std::string(kDsNs) + ">c2ln</ds:SignatureValue></x>" +
+                                real + "</r>";
+  const std::string nested = "<r>" + digestSignature("outer", "T1VU", "<ds:Object>" + real + "</ds:Object>") + "</r>";
+  const std::string withDtd = "<!DOCTYPE r [<!ATTLIST ds:Signature Id ID #IMPLIED>]><r>" + real + "</r>";
+  for (const std::string& doc : {lenient, halfEbics, nested, withDtd}) {
+    auto dsig = loaded(doc);
+    ASSERT_TRUE(dsig) << doc;
+    XmlSigLocate loc;
+    EXPECT_FALSE(dsig->locateSignatureInTree(loc, StringBuffer("s1"), StringBuffer())) << doc;
+    EXPECT_FALSE(dsig->locateSignatureInTree(loc, StringBuffer(), StringBuffer("AAAA"))) << doc;
+  }
+  {
+    // Where the tree declines, verification still finds what the scan finds: the
+    // no-namespace look-alike comes first, so its SignedInfo is the one logged.
+    auto dsig = loaded(lenient);
+    ASSERT_TRUE(dsig);
+    XmlSigLocate scan;
+    ASSERT_TRUE(scanned(*dsig, Query{StringBuffer("s1"), StringBuffer()}, scan));
+    EXPECT_EQ(scan.m_sigStart, 3u);
+  }
+}
+
+TEST(FamilyDetection, MarkersAreFoundAcrossSearchBlocksOfLargeDocuments) {
+  // Markers placed so that they straddle, start or end at every 64 KiB boundary of a
+  // document of several hundred kilobytes, and one at the very end.
+  const std::string filler(64 * 1024, 'x');
+  for (const char* marker : {"csioz.gov.pl", "urn:cma:stp:xsd:stp", "www.sii.cl"}) {
+    const size_t len = std::string(marker).size();
+    for (size_t block = 1; block <= 4; ++block) {
+      for (size_t back : {size_t(0), size_t(1), len / 2, len - 1, len}) {
+        std::string text(block * filler.size() - back, 'x');
+        text += marker;
+        text += filler;
+        std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
+        LogNull quiet;
+        dsig->detectSpecial(StringBuffer(text), quiet);
+        const std::string what = std::string(marker) + " at " + std::to_string(text.size() - filler.size() - len);
+        EXPECT_EQ(dsig->m_isCsioz, marker[1] == 's') << what;
+        EXPECT_EQ(dsig->m_isCmaStp, marker[0] == 'u') << what;
+        EXPECT_EQ(dsig->m_isSiiCl, marker[0] == 'w') << what;
+      }
+    }
+    std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
+    LogNull quiet;
+    dsig->detectSpecial(StringBuffer(filler + filler + filler + marker), quiet);
+    EXPECT_TRUE(dsig->m_isCsioz || dsig->m_isCmaStp || dsig->m_isSiiCl) << marker << " at the end";
+  }
+}
