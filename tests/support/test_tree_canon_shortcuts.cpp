@@ -41,6 +41,20 @@ TEST(CanonShortcuts, OnlyCanonicalTagsAreCopied) {
             "<r><a b=\"1\" d=\"v\"></a></r>");                                              // DTD default
   EXPECT_EQ(inclusive("<!DOCTYPE r [<!ATTLIST a t NMTOKENS #IMPLIED>]><r><a t=\" x  y \"/></r>"),
             "<r><a t=\"x y\"></a></r>");                                                    // non-CDATA type
+  EXPECT_EQ(inclusive("<r xmlns:p=\"urn:b\" xmlns:q=\"urn:a\"><e p:x=\"1\" q:y=\"2\" z=\"3\"/></r>"),
+            "<r xmlns:p=\"urn:b\" xmlns:q=\"urn:a\"><e z=\"3\" q:y=\"2\" p:x=\"1\"></e></r>");  // by URI
+
+  // Two names for one attribute are an error, in order or not.
+  for (const char* attrs : {"a:x=\"1\" b:x=\"2\"", "b:x=\"2\" a:x=\"1\""}) {
+    XmlCanon canon;
+    StringBuffer in(("<r xmlns:a=\"u\" xmlns:b=\"u\"><e " + std::string(attrs) + "/></r>").c_str());
+    StringBuffer out;
+    _btLogger log;
+    EXPECT_FALSE(canon.xmlCanonicalize(in, nullptr, 0, out, log));
+    EXPECT_NE(log.lastErrorLine().find("have the same namespace and local name"), std::string::npos)
+        << log.lastErrorLine();
+    EXPECT_EQ(out.getSize(), 0u);
+  }
 }
 
 TEST(CanonShortcuts, EscapesAtEveryPositionOfLongRuns) {
