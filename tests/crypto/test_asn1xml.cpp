@@ -1,5 +1,5 @@
 // The ASN.1 <-> XML converter: exact round trips of real certificates, CRLs and
-// time-stamp tokens from the corpus and of BER forms, and the tag paths readers use.
+// time-stamp tokens from the corpus and of BER forms; one certificate out of a PKI path.
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -64,23 +64,6 @@ TEST(Asn1Xml, CorpusCertificatesCrlsAndTimeStampTokensRoundTrip) {
   }
   EXPECT_GT(files, 50);
   EXPECT_GT(embedded, 100);
-}
-
-// The MessageImprint paths of a time-stamp structure, on a request made by openssl.
-TEST(Asn1Xml, MessageImprintPaths) {
-  REQUIRE_SIG_FIXTURES();
-  LogNull log;
-  StringBuffer xml;
-  ASSERT_TRUE(Asn1Xml::derToXml(cryptofixtures::file("data.tsq"), true, false, xml, nullptr, log));
-  RcPtr<ClsXml> root(ClsXml::createNewCls());
-  ASSERT_TRUE(root->loadXml(xml, true, log)) << xml.str();
-  StringBuffer oid, hashB64;
-  ASSERT_TRUE(root->getChildContentUtf8("sequence|sequence|oid", oid, false));
-  EXPECT_EQ(oid.str(), "2.16.840.1.101.3.4.2.1");
-  ASSERT_TRUE(root->getChildContentUtf8("sequence|octets", hashB64, false));
-  DataBuffer hash;
-  ContentCoding::decodeBase64ToDb(hashB64.getString(), hashB64.getSize(), hash);
-  EXPECT_TRUE(hash.equals(cryptofixtures::file("data.sha256")));
 }
 
 // A PkiPath (a SEQUENCE of certificates): the last child converts back to the last certificate.
