@@ -61,6 +61,20 @@ DataBuffer fromHex(const std::string& hex) {
   return db;
 }
 
+std::string base64(const DataBuffer& db) {
+  StringBuffer sb;
+  ContentCoding::encodeBase64(db.getData2(), db.getSize(), sb);
+  return sb.str();
+}
+
+DataBuffer fromBase64(const std::string& text) {
+  StringBuffer sb(text);
+  sb.replaceAllOccurances("&#13;", "");
+  DataBuffer out;
+  if (!ContentCoding::decodeBase64ToDb(sb.getString(), sb.getSize(), out)) out.clear();
+  return out;
+}
+
 DataBuffer tampered(DataBuffer db) {
   db.getDataRw()[db.getSize() / 2] ^= 0x01;
   return db;

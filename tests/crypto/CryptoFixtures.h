@@ -18,6 +18,9 @@ std::string path(const std::string& name);
 
 std::string hex(const DataBuffer& db, bool lower = true);
 DataBuffer fromHex(const std::string& hex);
+std::string base64(const DataBuffer& db);
+// Base64 as documents carry it ("&#13;" line ends included); empty when it does not decode.
+DataBuffer fromBase64(const std::string& text);
 // The bytes with one bit of the middle byte flipped.
 DataBuffer tampered(DataBuffer db);
 // A key loaded with LoadFromFile (fixture name or absolute path; none when empty).

@@ -10,7 +10,6 @@
 
 #include "CryptoFixtures.h"
 #include "crypto/_btHash.h"
-#include "support/ContentCoding.h"
 #include "support/XString.h"
 
 using namespace cryptofixtures;
@@ -33,14 +32,6 @@ bool verifyWith(ClsPublicKey& key, const std::string& method, const DataBuffer& 
     return verifyRsa(key, sig, hash, hashId, method.find("MGF1") != std::string::npos ? 3 : 1, hashId).valid;
   if (method.find("#dsa-") != std::string::npos) return verifyDsa(key, sig, hash).valid;
   return method.find("#ecdsa-") != std::string::npos && verifyEcdsa(key, sig, hash).valid;
-}
-
-DataBuffer fromBase64(std::string text) {
-  StringBuffer sb(text);
-  sb.replaceAllOccurances("&#13;", "");
-  DataBuffer out;
-  ContentCoding::decodeBase64ToDb(sb.getString(), sb.getSize(), out);
-  return out;
 }
 
 }  // namespace

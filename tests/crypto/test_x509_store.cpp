@@ -13,16 +13,14 @@
 #include "crypto/ClsXmlCertVault.h"
 #include "crypto/DistinguishedName.h"
 #include "crypto/SystemCerts.h"
-#include "support/ContentCoding.h"
 #include "support/XString.h"
 
-using cryptofixtures::file;
-using cryptofixtures::hex;
+using namespace cryptofixtures;
 
 namespace {
 
 std::string text(const std::string& name) {
-  std::string s = testsupport::readFile(cryptofixtures::path(name));
+  std::string s = testsupport::readFile(path(name));
   while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
   return s;
 }
@@ -37,12 +35,6 @@ std::string canonKey(const std::string& dn) {
 std::string serialOf(const BrantelX509* cert) {
   StringBuffer sb;
   if (cert) cert->get_SerialNumber(sb);
-  return sb.str();
-}
-
-std::string base64(const DataBuffer& db) {
-  StringBuffer sb;
-  ContentCoding::encodeBase64(db.getData2(), db.getSize(), sb);
   return sb.str();
 }
 
@@ -133,7 +125,7 @@ TEST(CertStore, LookupsByIssuerSerialSubjectAndKeyId) {
   REQUIRE_SIG_FIXTURES();
   LogNull log;
   SystemCerts store;
-  ASSERT_TRUE(store.addCertFile(cryptofixtures::path("chain.pem").c_str(), log));
+  ASSERT_TRUE(store.addCertFile(path("chain.pem").c_str(), log));
   ASSERT_TRUE(store.addCertDer(file("leaf_noext.crt.der"), log));
   ASSERT_TRUE(store.addCertDer(file("leaf.crt.der"), log));  // already held
   EXPECT_EQ(store.numCerts(), 3);
@@ -160,12 +152,12 @@ TEST(CertStore, LookupsByIssuerSerialSubjectAndKeyId) {
   std::string colonLower;
   for (size_t i = 0; i < skiHex.size(); i += 2) colonLower += (i ? ":" : "") + skiHex.substr(i, 2);
   for (char& ch : colonLower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-  for (const std::string& form : {skiHex, base64(cryptofixtures::fromHex(skiHex)), colonLower}) {
+  for (const std::string& form : {skiHex, base64(fromHex(skiHex)), colonLower}) {
     CertRecord* rec = store.findBySubjectKeyId(form.c_str(), log);
     ASSERT_NE(rec, nullptr) << form;
     EXPECT_EQ(serialOf(rec->getX509Holder().getX509Ptr()), "FF") << form;
   }
-  const std::string thumb = base64(cryptofixtures::fromHex(text("leaf_noext.sha1")));
+  const std::string thumb = base64(fromHex(text("leaf_noext.sha1")));
   EXPECT_EQ(serialOf(store.findBySubjectKeyId(thumb.c_str(), log)->getX509Ptr()), "C0FFEE0123456789");
   EXPECT_EQ(store.findBySubjectKeyId("AAAAAAAAAAAAAAAAAAAAAAAAAAA=", log), nullptr);
   EXPECT_EQ(store.findBySubjectKeyId("", log), nullptr);
@@ -175,9 +167,9 @@ TEST(CertStore, VaultsAttachedToAStoreAndHoldersFromText) {
   REQUIRE_SIG_FIXTURES();
   LogNull log;
   ClsXmlCertVault* vault = ClsXmlCertVault::createNewCls();
-  ASSERT_TRUE(vault->AddCertDir(XString(cryptofixtures::path("certdir").c_str())));  // readme.txt skipped
+  ASSERT_TRUE(vault->AddCertDir(XString(path("certdir").c_str())));  // readme.txt skipped
   EXPECT_EQ(vault->get_NumCerts(), 2);
-  EXPECT_FALSE(vault->AddCertFile(XString(cryptofixtures::path("data.bin").c_str())));
+  EXPECT_FALSE(vault->AddCertFile(XString(path("data.bin").c_str())));
   EXPECT_FALSE(vault->AddCertDir(XString("/nonexistent-dir")));
   EXPECT_NE(vault->lastErrorText().find("Failed to read the directory."), std::string::npos);
 
@@ -186,7 +178,7 @@ TEST(CertStore, VaultsAttachedToAStoreAndHoldersFromText) {
   ASSERT_TRUE(store.addCertVault(vault->getCertMgr(), log));
   EXPECT_EQ(serialOf(store.findX509("FF", "Example Root CA", nullptr, log)), "FF");
   // Certificates added to the vault later are seen, also after the caller released it.
-  const std::string pem = testsupport::readFile(cryptofixtures::path("leaf_noext.crt.pem"));
+  const std::string pem = testsupport::readFile(path("leaf_noext.crt.pem"));
   ASSERT_TRUE(vault->AddCertString(XString(pem.c_str())));
   vault->decRefCount();
   EXPECT_EQ(store.numCerts(), 3);
