@@ -82,7 +82,8 @@ class Signer {
 };
 
 // A SAML-like response: the assertions, then a signature over URI (exclusive c14n of
-// the referenced element, RSA-SHA256 unless told, the certificate in KeyInfo).
+// the referenced element, after the enveloped-signature transform when URI is the whole
+// document; RSA-SHA256 unless told; the certificate in KeyInfo).
 inline std::string responseTemplate(const std::string& assertions, const std::string& uri = "#a1",
                                     const std::string& c14n = "http://www.w3.org/2001/10/xml-exc-c14n#",
                                     const std::string& method = "http://www.w3.org/2001/04/xmldsig-more#rsa-sha256") {
@@ -90,7 +91,9 @@ inline std::string responseTemplate(const std::string& assertions, const std::st
          "<ds:Signature xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"><ds:SignedInfo>"
          "<ds:CanonicalizationMethod Algorithm=\"http://www.w3.org/2001/10/xml-exc-c14n#\"/>"
          "<ds:SignatureMethod Algorithm=\"" + method + "\"/>"
-         "<ds:Reference URI=\"" + uri + "\"><ds:Transforms><ds:Transform Algorithm=\"" + c14n + "\"/></ds:Transforms>"
+         "<ds:Reference URI=\"" + uri + "\"><ds:Transforms>" +
+         (uri.empty() ? "<ds:Transform Algorithm=\"http://www.w3.org/2000/09/xmldsig#enveloped-signature\"/>" : "") +
+         "<ds:Transform Algorithm=\"" + c14n + "\"/></ds:Transforms>"
          "<ds:DigestMethod Algorithm=\"http://www.w3.org/2001/04/xmlenc#sha256\"/><ds:DigestValue/></ds:Reference>"
          "</ds:SignedInfo><ds:SignatureValue/><ds:KeyInfo><ds:X509Data><ds:X509Certificate/></ds:X509Data>"
          "</ds:KeyInfo></ds:Signature></Response>";

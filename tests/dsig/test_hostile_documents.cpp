@@ -117,6 +117,37 @@ TEST(HostileDocuments, ExternalEntitiesAreNeverRead) {
   EXPECT_EQ(http.connections(), 0);
 }
 
+// A detached reference in a hostile document reads nothing the caller did not allow:
+// without ExternalRefDirs (or data set for it) no file is opened, whatever its URI
+// names. With ExternalRefDirs the URI is a file name relative to those directories,
+// taken as written, so "../" reaches beyond them: the file is hashed (never shown), which
+// is why ExternalRefDirs is for documents expected to carry detached references.
+TEST(HostileDocuments, DetachedReferencesReadOnlyWhatTheCallerAllows) {
+  REQUIRE_SIGNER();
+  const std::string dir = testsupport::makeTempDir("detached");
+  ASSERT_TRUE(testsupport::writeFile(dir + "/secret.txt", "TOP-SECRET-7731"));
+  ASSERT_TRUE(hostile::shell("mkdir '" + dir + "/refs'"));
+  const std::string signedXml = Signer::get().signRsa(responseTemplate(kAssertion));
+  const std::string reference = "<ds:Reference URI=\"#a1\">";
+  for (const std::string& uri : {"file://" + dir + "/secret.txt", dir + "/secret.txt", std::string("../secret.txt")}) {
+    SCOPED_TRACE(uri);
+    const std::string xml = replaceFirst(
+        signedXml, reference,
+        "<ds:Reference URI=\"" + uri + "\"><ds:DigestMethod Algorithm=\"http://www.w3.org/2001/04/xmlenc#sha256\"/>"
+        "<ds:DigestValue>AAAA</ds:DigestValue></ds:Reference>" + reference);
+    Outcome o = verify(xml);
+    EXPECT_FALSE(o.valid);
+    EXPECT_TRUE(o.hasError("No external data defined for this reference.")) << o.log;
+    EXPECT_FALSE(o.logged("usingFile"));
+
+    XString dirs((dir + "/refs").c_str());
+    o.dsig->put_ExternalRefDirs(dirs);
+    EXPECT_FALSE(o.dsig->VerifySignature(true));
+    EXPECT_EQ(o.logged("usingFile"), uri == "../secret.txt");
+    EXPECT_EQ(o.dsig->lastErrorText().find("TOP-SECRET"), std::string::npos);
+  }
+}
+
 // Entity bombs stop at the expansion bound with a located error, in text and in
 // attribute values, on loading and on canonicalization.
 TEST(HostileDocuments, EntityBombsStopAtTheExpansionBound) {
@@ -206,9 +237,10 @@ TEST(HostileDocuments, HugeTextNode) {
 }
 
 // A comment injected into signed text: covered by a WithComments canonicalization of an
-// XPointer reference, left out by canonicalization without comments and by a bare-name
-// reference (which selects the element without its comments whatever the method). A
-// caller that reads the text must therefore take all of it, comments skipped.
+// XPointer or whole-document reference, left out by canonicalization without comments
+// and by a bare-name reference (which selects the element without its comments whatever
+// the method). A caller that reads the text must therefore take all of it, comments
+// skipped.
 TEST(HostileDocuments, CommentInjectionIsCoveredOnlyWhenTheMethodKeepsComments) {
   REQUIRE_SIGNER();
   const std::string assertion = "<Assertion ID=\"a1\"><NameID>a@x.com.evil</NameID></Assertion>";
@@ -221,6 +253,7 @@ TEST(HostileDocuments, CommentInjectionIsCoveredOnlyWhenTheMethodKeepsComments) 
       {"xpointer, with comments", "#xpointer(id('a1'))", withComments, false},
       {"xpointer, without comments", "#xpointer(id('a1'))", "http://www.w3.org/2001/10/xml-exc-c14n#", true},
       {"bare name, with comments", "#a1", withComments, true},
+      {"whole document, with comments", "", withComments, false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
