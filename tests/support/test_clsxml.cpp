@@ -180,12 +180,7 @@ TEST(ClsXml, HandlesKeepTheirTreeAcrossReloadsAndFailedLoadsExplain) {
   EXPECT_EQ(log.lastErrorLine(), "line 2, column 6: end tag </c> does not match start tag <b>");
   EXPECT_TRUE(empty->isEmptyHandle());
 
-  // No recursion anywhere: a million nested elements fail at the depth limit, and deep
-  // but allowed nesting is walked and torn down without recursion too.
-  std::string deep;
-  for (int i = 0; i < 1000000; ++i) deep += "<d>";
-  EXPECT_FALSE(empty->loadXml(StringBuffer(deep), false, log));
-  EXPECT_NE(log.lastErrorLine().find("(kMaxElementDepth)"), std::string::npos);
+  // Nesting at the scanner's depth limit is built, walked and torn down without recursion.
   std::string allowed;
   for (size_t i = 0; i < xml::kMaxElementDepth; ++i) allowed += "<d>";
   allowed += "x";
