@@ -107,6 +107,11 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // False means the scan must decide; the locator is then left as it was.
   bool locateSignatureInTree(XmlSigLocate& locator, const StringBuffer& signatureId,
                              const StringBuffer& firstRefDigest);
+  // A small document holding the selected signature's SignedInfo (the span given) inside
+  // its ancestors' start tags, which keep only what a canonicalized descendant inherits
+  // (namespace declarations, xml:* attributes); offset is where SignedInfo starts in it.
+  // False when the tree cannot vouch for that being equivalent to the whole document.
+  bool signedInfoInContext(size_t signedInfoStart, size_t signedInfoLength, StringBuffer& text, size_t& offset);
   static int signatureMethodToHashAlg(const StringBuffer& algorithmUri, LogBase& log);
   static int signatureMethodToKeyType(const StringBuffer& algorithmUri, LogBase& log);
 

@@ -86,7 +86,77 @@ bool allListedBefore(ClsXml& root, const char* localName, bool parentIsSignature
   return true;
 }
 
+void appendEscapedAttributeValue(const StringBuffer& value, std::string& out) {
+  for (char c : value.view()) {
+    switch (c) {
+      case '&': out += "&amp;"; break;
+      case '<': out += "&lt;"; break;
+      case '"': out += "&quot;"; break;
+      case '\t': out += "&#9;"; break;
+      case '\n': out += "&#10;"; break;
+      case '\r': out += "&#13;"; break;
+      default: out.push_back(c);
+    }
+  }
+}
+
+// Whether an attribute of an ancestor can show in the canonical form of a descendant
+// canonicalized as a document subset: namespace declarations and xml:* attributes.
+bool inheritedByDescendants(const StringBuffer& name) {
+  const std::string_view n = name.view();
+  return n == "xmlns" || n.compare(0, 6, "xmlns:") == 0 || n.compare(0, 4, "xml:") == 0;
+}
+
 }  // namespace
+
+bool ClsXmlDSig::signedInfoInContext(size_t signedInfoStart, size_t signedInfoLength, StringBuffer& text,
+                                     size_t& offset) {
+  if (!m_xmlRoot || signedInfoLength == 0 || signedInfoStart + signedInfoLength > m_xmlSb.getSize()) return false;
+  const size_t rootStart = m_xmlRoot->sourceStart();
+  if (rootStart > m_xmlSb.getSize() || m_xmlSb.view().substr(0, rootStart).find("<!DOCTYPE") != std::string_view::npos)
+    return false;
+  ClsXml* signature = selectedSignature();
+  if (!signature) return false;
+  RcPtr<ClsXml> signedInfo(signature->getChildWithTagUtf8("*:SignedInfo"));
+  if (!signedInfo || signedInfo->sourceStart() != signedInfoStart ||
+      signedInfo->sourceEnd() != signedInfoStart + signedInfoLength)
+    return false;
+
+  std::vector<RcPtr<ClsXml>> ancestors;  // nearest first
+  for (RcPtr<ClsXml> parent(signedInfo->getParent()); parent && !parent->isEmptyHandle();
+       parent.reset(ancestors.back()->getParent()))
+    ancestors.push_back(std::move(parent));
+
+  std::string out;
+  StringBuffer tag, name, value;
+  for (auto it = ancestors.rbegin(); it != ancestors.rend(); ++it) {
+    ClsXml& element = **it;
+    element.getTag(tag);
+    out += '<';
+    out += tag.view();
+    const int numAttributes = element.get_NumAttributes();
+    for (int i = 0; i < numAttributes; ++i) {
+      if (!element.getAttributeName(i, name) || !inheritedByDescendants(name)) continue;
+      if (!element.getAttributeValue(i, value)) return false;
+      out += ' ';
+      out += name.view();
+      out += "=\"";
+      appendEscapedAttributeValue(value, out);
+      out += '"';
+    }
+    out += '>';
+  }
+  offset = out.size();
+  out += m_xmlSb.view().substr(signedInfoStart, signedInfoLength);
+  for (const RcPtr<ClsXml>& element : ancestors) {
+    element->getTag(tag);
+    out += "</";
+    out += tag.view();
+    out += '>';
+  }
+  text.setString(std::string_view(out));
+  return true;
+}
 
 // The scan and the tree read the same text with the same scanner, but the scan also takes
 // elements the tree does not list as signatures (a Signature outside the XML-Signature
@@ -296,9 +366,19 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
       log.LogError("Failed to get invoiceHash for signature verification.");
       return false;
     }
-  } else if (!canon.xmlCanonicalize(m_xmlSb, nullptr, signedInfoStart, canonSignedInfo, log)) {
-    log.LogError("Failed to canonicalize SignedInfo fragment.");
-    return false;
+  } else {
+    // SignedInfo inside its ancestors' inherited context reads as it does in the whole
+    // document, without canonicalizing everything that comes before it. The canonicalizer
+    // logs only failures; a failure there is left to the whole document to report.
+    StringBuffer context;
+    size_t contextOffset = 0;
+    LogNull quietCanon;
+    const bool done = signedInfoInContext(signedInfoStart, locator.m_signedInfoLength, context, contextOffset) &&
+                      canon.xmlCanonicalize(context, nullptr, contextOffset, canonSignedInfo, quietCanon);
+    if (!done && !canon.xmlCanonicalize(m_xmlSb, nullptr, signedInfoStart, canonSignedInfo, log)) {
+      log.LogError("Failed to canonicalize SignedInfo fragment.");
+      return false;
+    }
   }
   if (log.m_verboseLogging) log.LogBracketed("canonicalizedSignedInfo", canonSignedInfo);
 

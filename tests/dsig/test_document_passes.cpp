@@ -13,6 +13,7 @@
 #include "dsig/reference/DSigReference.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
+#include "xml/XmlCanon.h"
 #include "xml/XmlSigLocate.h"
 
 namespace {
@@ -157,4 +158,73 @@ TEST(FamilyDetection, MarkersAreFoundAcrossSearchBlocksOfLargeDocuments) {
     dsig->detectSpecial(StringBuffer(filler + filler + filler + marker), quiet);
     EXPECT_TRUE(dsig->m_isCsioz || dsig->m_isCmaStp || dsig->m_isSiiCl) << marker << " at the end";
   }
+}
+
+TEST(SignedInfoInContext, CanonicalizesLikeTheWholeDocumentOnEveryCorpusSignature) {
+  REQUIRE_CORPUS();
+  int inContext = 0, asked = 0;
+  for (const corpuscases::Case& c : corpuscases::allCases()) {
+    std::unique_ptr<ClsXmlDSig> dsig = corpuscases::prepare(c, corpuscases::documentOf(c));
+    if (!dsig) continue;
+    for (int i = 0; i < dsig->get_NumSignatures(); ++i) {
+      dsig->put_Selector(i);
+      XmlSigLocate loc;
+      if (!scanned(*dsig, queryOf(*dsig), loc) || loc.m_signedInfoLength == 0) continue;
+      ++asked;
+      StringBuffer context;
+      size_t offset = 0;
+      if (!dsig->signedInfoInContext(loc.m_signedInfoStart, loc.m_signedInfoLength, context, offset)) continue;
+      ++inContext;
+      const std::string what = c.id + " #" + std::to_string(i);
+      // Both methods, with an inclusive prefix for the exclusive one, and the sort-bug emulation.
+      for (int method : {1, 2}) {
+        for (bool sortBug : {false, true}) {
+          XmlCanon whole, part;
+          for (XmlCanon* canon : {&whole, &part}) {
+            canon->canonMethod = method;
+            canon->emulateAttrSortBug = sortBug;
+            if (method == 2) canon->inclusivePrefixes.appendString("#default");
+          }
+          StringBuffer expected, actual;
+          LogNull quiet;
+          const bool wholeOk = whole.xmlCanonicalize(dsig->m_xmlSb, nullptr, loc.m_signedInfoStart, expected, quiet);
+          ASSERT_EQ(part.xmlCanonicalize(context, nullptr, offset, actual, quiet), wholeOk) << what;
+          EXPECT_EQ(actual.str(), expected.str()) << what << " method " << method;
+        }
+      }
+    }
+  }
+  EXPECT_GT(asked, 100);
+  EXPECT_GT(inContext * 2, asked) << inContext << " of " << asked;
+}
+
+TEST(SignedInfoInContext, KeepsInheritedNamespacesAndXmlAttributes) {
+  // Ancestors declare, override and undeclare namespaces and carry xml:* attributes with
+  // characters that must be escaped again; the canonical SignedInfo must match the one
+  // taken from the whole document, and the verifier must reach the same verdict.
+  const std::string doc =
+      "<a:r xmlns:a=\"urn:a\" xmlns=\"urn:d\" xml:lang=\"en\" other=\"x\"><b xmlns=\"\" xml:space=\"preserve\" "
+      "xmlns:q=\"urn:q&amp;&quot;&lt;&#9;&#10;\" xml:base=\"http://e/&quot;\"><c xmlns:a=\"urn:a2\">" +
+      digestSignature("s1", "AAAA") + "</c></b></a:r>";
+  auto dsig = loaded(doc);
+  ASSERT_TRUE(dsig);
+  XmlSigLocate loc;
+  ASSERT_TRUE(scanned(*dsig, Query{StringBuffer("s1"), StringBuffer()}, loc));
+  StringBuffer context;
+  size_t offset = 0;
+  ASSERT_TRUE(dsig->signedInfoInContext(loc.m_signedInfoStart, loc.m_signedInfoLength, context, offset));
+  for (int method : {1, 2}) {
+    XmlCanon whole, part;
+    whole.canonMethod = part.canonMethod = method;
+    StringBuffer expected, actual;
+    LogNull quiet;
+    ASSERT_TRUE(whole.xmlCanonicalize(dsig->m_xmlSb, nullptr, loc.m_signedInfoStart, expected, quiet));
+    ASSERT_TRUE(part.xmlCanonicalize(context, nullptr, offset, actual, quiet));
+    EXPECT_EQ(actual.str(), expected.str());
+    if (method == 1) {
+      EXPECT_NE(expected.str().find("xmlns:q=\"urn:q&amp;&quot;&lt;&#x9;&#xA;\""), std::string::npos) << expected.str();
+    }
+  }
+  // A span that is not the selected signature's SignedInfo is refused.
+  EXPECT_FALSE(dsig->signedInfoInContext(loc.m_signedInfoStart + 1, loc.m_signedInfoLength, context, offset));
 }
