@@ -1,10 +1,14 @@
 # Entry points. `make demo` builds and verifies the bundled examples; `make test`
-# builds everything and runs the whole test suite.
+# builds everything and runs the whole test suite three times: as built, under
+# AddressSanitizer+UndefinedBehaviorSanitizer, and (the concurrency test) under
+# ThreadSanitizer. `make fuzz` runs each fuzz target for FUZZ_SECONDS (needs clang).
 BUILD ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 
-.PHONY: all bootstrap build demo test test-asan clean
+FUZZ_SECONDS ?= 60
+
+.PHONY: all bootstrap build demo test test-suite test-asan test-tsan fuzz clean
 
 all: build
 
@@ -18,12 +22,28 @@ build: bootstrap
 demo: build
 	bash examples/run-demo.sh $(BUILD)/xmldsig
 
-test: build
+test: test-suite test-asan test-tsan
+
+test-suite: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
-# The same suite under AddressSanitizer and UndefinedBehaviorSanitizer.
+# The same suite under AddressSanitizer and UndefinedBehaviorSanitizer (-O1: quick to
+# build, quick enough to run).
 test-asan:
-	$(MAKE) test BUILD=build-asan CMAKE_ARGS="-DXMLDSIG_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo"
+	$(MAKE) test-suite BUILD=build-asan \
+	  CMAKE_ARGS="-DXMLDSIG_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug '-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g'"
+
+# The concurrency test under ThreadSanitizer: the library and the verifier tests built
+# with -fsanitize=thread, only the concurrency cases run.
+test-tsan: bootstrap
+	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug '-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g' \
+	  -DCMAKE_CXX_FLAGS=-fsanitize=thread -DCMAKE_C_FLAGS=-fsanitize=thread \
+	  -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread >/dev/null
+	cmake --build build-tsan --target test_dsig -j $(JOBS)
+	TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/test_dsig --gtest_filter='Concurrency.*'
+
+fuzz:
+	FUZZ_SECONDS=$(FUZZ_SECONDS) bash fuzz/run.sh
 
 clean:
-	rm -rf build build-asan
+	rm -rf build build-asan build-tsan build-fuzz

@@ -1,12 +1,16 @@
 // Fuzz target: loading a document as text (LoadSignature) and as bytes in any encoding
 // (LoadSignatureBd), then the queries that walk the loaded signatures: selection by
-// index and by Id, reference counts and URIs, and the log rendering a caller reads.
+// index and by Id, reference counts and URIs, KeyInfo, certificates and public keys,
+// time-stamp presence, and the log rendering a caller reads.
 #include <memory>
 #include <string>
 
+#include "crypto/ClsPublicKey.h"
 #include "dsig/ClsXmlDSig.h"
 #include "fuzz/FuzzTarget.h"
 #include "support/ClsBinData.h"
+#include "support/ClsStringArray.h"
+#include "support/ClsXml.h"
 #include "support/RefCountedObject.h"
 #include "support/XString.h"
 
@@ -24,6 +28,11 @@ inline void walkSignatures(ClsXmlDSig& dsig) {
       dsig.ReferenceUri(r, uri);
       dsig.IsReferenceExternal(r);
     }
+    RcPtr<ClsXml> keyInfo(dsig.GetKeyInfo());
+    RcPtr<ClsPublicKey> key(dsig.GetPublicKey());
+    RcPtr<ClsStringArray> certs(ClsStringArray::createNewCls());
+    if (certs) dsig.GetCerts(*certs);
+    dsig.HasEncapsulatedTimeStamp();
   }
   dsig.SelectSignatureById(XString("sig"));
   dsig.lastErrorText();
