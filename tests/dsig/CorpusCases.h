@@ -82,7 +82,9 @@ inline std::vector<Case> allCases() {
   return cases;
 }
 
-inline std::string documentOf(const Case& c) { return testsupport::readFile(testsupport::corpusDir() + "/" + c.xmlPath); }
+inline std::string documentOf(const Case& c) {
+  return testsupport::readFile(testsupport::corpusDir() + "/" + c.xmlPath);
+}
 
 // Gives the verifier the data of the reference whose URI is uri.
 inline void supplyExternal(ClsXmlDSig& dsig, const std::string& uri, const std::string& file) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -33,6 +34,22 @@ inline std::string contentOf(const std::string& xml, const std::string& name) {
   return start == std::string::npos || end == std::string::npos ? std::string() : xml.substr(start, end - start);
 }
 
+// A fresh temporary directory, removed with its contents when the object goes.
+class TempDir {
+ public:
+  explicit TempDir(const std::string& tag) : m_path(testsupport::makeTempDir(tag)) {}
+  ~TempDir() {
+    std::error_code ec;
+    if (!m_path.empty()) std::filesystem::remove_all(m_path, ec);
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return m_path; }
+
+ private:
+  std::string m_path;
+};
+
 // Key, certificate and HMAC secret in a temporary directory, and xmlsec1 to sign with them.
 class Signer {
  public:
@@ -41,7 +58,7 @@ class Signer {
     return signer;
   }
   bool ready() const { return m_ready; }
-  const std::string& dir() const { return m_dir; }
+  const std::string& dir() const { return m_dir.path(); }
   static constexpr const char* kHmacSecret = "hostile-secret";
 
   // Signs a template (empty DigestValue/SignatureValue elements) with the RSA key, or
@@ -50,34 +67,33 @@ class Signer {
   // Makes NAME.key and NAME.pem (a self-signed certificate) once; newkey is the
   // -newkey argument of openssl req ("rsa:512", "ec -pkeyopt ec_paramgen_curve:P-256").
   bool makeKey(const std::string& name, const std::string& newkey) {
-    return shell("cd '" + m_dir + "' && { test -s " + name + ".pem || openssl req -x509 -newkey " + newkey +
+    return shell("cd '" + dir() + "' && { test -s " + name + ".pem || openssl req -x509 -newkey " + newkey +
                  " -nodes -keyout " + name + ".key -out " + name + ".pem -days 3650 -subj /CN=" + name +
                  " >/dev/null 2>&1; }");
   }
   // Signs with the key and certificate makeKey made under that name.
   std::string signWith(const std::string& tmpl, const std::string& name) {
-    return sign(tmpl, "--privkey-pem '" + m_dir + "/" + name + ".key," + m_dir + "/" + name + ".pem'");
+    return sign(tmpl, "--privkey-pem '" + dir() + "/" + name + ".key," + dir() + "/" + name + ".pem'");
   }
-  std::string signHmac(const std::string& tmpl) { return sign(tmpl, "--hmackey '" + m_dir + "/hmac.bin'"); }
+  std::string signHmac(const std::string& tmpl) { return sign(tmpl, "--hmackey '" + dir() + "/hmac.bin'"); }
 
  private:
-  Signer() {
-    m_dir = testsupport::makeTempDir("hostile");
-    m_ready = !m_dir.empty() &&
-              shell("printf '%s' " + std::string(kHmacSecret) + " > '" + m_dir + "/hmac.bin'") && makeKey("key", "rsa:2048");
+  Signer() : m_dir("hostile") {
+    m_ready = !dir().empty() && makeKey("key", "rsa:2048") &&
+              shell("printf '%s' " + std::string(kHmacSecret) + " > '" + dir() + "/hmac.bin'");
   }
   std::string sign(const std::string& tmpl, const std::string& keyArgs) {
-    const std::string in = m_dir + "/template.xml", out = m_dir + "/signed.xml";
+    const std::string in = dir() + "/template.xml", out = dir() + "/signed.xml";
     testsupport::writeFile(in, tmpl);
     std::remove(out.c_str());
     if (!shell("xmlsec1 --sign " + keyArgs + " --id-attr:ID urn:test:Assertion --output '" + out + "' '" + in +
-               "' 2>'" + m_dir + "/xmlsec1.err'")) {
-      ADD_FAILURE() << "xmlsec1 could not sign: " << testsupport::readFile(m_dir + "/xmlsec1.err");
+               "' 2>'" + dir() + "/xmlsec1.err'")) {
+      ADD_FAILURE() << "xmlsec1 could not sign: " << testsupport::readFile(dir() + "/xmlsec1.err");
       return std::string();
     }
     return testsupport::readFile(out);
   }
-  std::string m_dir;
+  TempDir m_dir;
   bool m_ready = false;
 };
 

@@ -74,7 +74,8 @@ TEST(Concurrency, ManyVerifiersOnManyThreadsMatchASerialRun) {
     });
   for (std::thread& th : threads) th.join();
   for (int t = 0; t < kThreads; ++t)
-    for (size_t i = 0; i < work.size(); ++i) EXPECT_TRUE(results[t][i] == serial[i]) << work[i].c.id << " on thread " << t;
+    for (size_t i = 0; i < work.size(); ++i)
+      EXPECT_TRUE(results[t][i] == serial[i]) << work[i].c.id << " on thread " << t;
 }
 
 // Several threads verify the document loaded into one object, and read its references,

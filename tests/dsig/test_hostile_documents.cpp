@@ -71,7 +71,8 @@ std::string canonicalize(ClsXmlDSig& dsig, const std::string& xml, bool& ok) {
 // External entities and DTDs: nothing is read or fetched, whether the target is a file
 // that exists or a URL on a port that listens.
 TEST(HostileDocuments, ExternalEntitiesAreNeverRead) {
-  const std::string dir = testsupport::makeTempDir("xxe");
+  const hostile::TempDir temp("xxe");
+  const std::string& dir = temp.path();
   ASSERT_FALSE(dir.empty());
   const std::string secret = "TOP-SECRET-7731";
   ASSERT_TRUE(testsupport::writeFile(dir + "/secret.txt", secret));
@@ -124,7 +125,8 @@ TEST(HostileDocuments, ExternalEntitiesAreNeverRead) {
 // is why ExternalRefDirs is for documents expected to carry detached references.
 TEST(HostileDocuments, DetachedReferencesReadOnlyWhatTheCallerAllows) {
   REQUIRE_SIGNER();
-  const std::string dir = testsupport::makeTempDir("detached");
+  const hostile::TempDir temp("detached");
+  const std::string& dir = temp.path();
   ASSERT_TRUE(testsupport::writeFile(dir + "/secret.txt", "TOP-SECRET-7731"));
   ASSERT_TRUE(hostile::shell("mkdir '" + dir + "/refs'"));
   const std::string signedXml = Signer::get().signRsa(responseTemplate(kAssertion));
@@ -457,7 +459,8 @@ TEST(HostileDocuments, AbsurdKeysAndValuesFailClearly) {
       {"certificate claiming 2 GB", withKeyInfo(signedXml, x509(keyfixtures::base64("\x30\x84\x7f\xff\xff\xff\x30"))),
        noKey},
       {"certificate claiming 2^64 bytes",
-       withKeyInfo(signedXml, x509(keyfixtures::base64("\x30\x88\xff\xff\xff\xff\xff\xff\xff\xff\x02\x01\x01"))), noKey},
+       withKeyInfo(signedXml, x509(keyfixtures::base64("\x30\x88\xff\xff\xff\xff\xff\xff\xff\xff\x02\x01\x01"))),
+       noKey},
       {"certificate cut in half", withKeyInfo(signedXml, x509(cert.substr(0, cert.size() / 2))), noKey},
       {"16384-bit modulus", withKeyInfo(signedXml, rsaKeyValue(modulus16k)), "Not the correct key."},
       {"16384-bit modulus and value",
