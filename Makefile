@@ -40,7 +40,8 @@ test-tsan: bootstrap
 	  -DCMAKE_CXX_FLAGS=-fsanitize=thread -DCMAKE_C_FLAGS=-fsanitize=thread \
 	  -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread >/dev/null
 	cmake --build build-tsan --target test_dsig -j $(JOBS)
-	TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/test_dsig --gtest_filter='Concurrency.*'
+	TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan-suppressions.txt" \
+	  build-tsan/tests/test_dsig --gtest_filter='Concurrency.*'
 
 fuzz:
 	FUZZ_SECONDS=$(FUZZ_SECONDS) bash fuzz/run.sh
