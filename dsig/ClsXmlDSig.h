@@ -26,6 +26,7 @@ class ClsXml;
 class ClsXmlCertVault;
 class DSigReference;
 class DSigRefExternalData;
+class StreamedDigest;
 class StringHashSet;
 class XmlSigLocate;
 
@@ -123,8 +124,16 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
                                bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
   // Compares a same-document reference's computed digest with its stored value, through
   // the fallbacks for signers that store it in other forms; sets m_refFailReason.
-  bool compareSameDocumentDigest(const StringBuffer& uri, DSigReference& ref, const StringBuffer& transformedData,
+  // transformedHasSignedProperties: the data that was digested contains "SignedProperties".
+  bool compareSameDocumentDigest(const StringBuffer& uri, DSigReference& ref, bool transformedHasSignedProperties,
                                  const DataBuffer& digest, LogBase& log);
+  // One canonicalization step of the same-document pipeline: reads the working text (the
+  // document in place while it still is the document, less its cut-out span) and leaves the
+  // result in data, or only feeds it to `digest` when that is given (the final step).
+  bool canonicalizeStep(ClsXml* transform, StringBuffer& data, const StringBuffer& algorithm,
+                        const StringBuffer& uri, StreamedDigest* digest, LogBase& log);
+  // Gives the working text a copy of its own when it is still read in place.
+  void materializePipelineText(StringBuffer& data);
   DSigRefExternalData* getExtRef(int index, bool create, LogBase& log);
   bool getReferenceUri(int index, StringBuffer& out, LogBase& log);
   // Splits ExternalRefDirs at ';' (pieces trimmed, empty ones dropped).
@@ -134,6 +143,12 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool transformEnvelopedSignature(StringBuffer& xml, StringBuffer& unused1, StringBuffer& unused2,
                                    DSigReference& ref, LogBase& log);
   bool removeSignatureAndFollowingSigs(StringBuffer& xml, unsigned start, unsigned length, LogBase& log);
+  // Where the removal of the signature at [start, start + length) ends: past the signatures
+  // that directly follow it.
+  static size_t signatureRemovalEnd(const StringBuffer& xml, size_t start, size_t length);
+  // Records the located signature as the working text's cut-out span, when the document
+  // can be read in place that way; false when the text must be copied and cut instead.
+  bool cutSignatureInPlace(size_t start, size_t length);
   bool canonicalizeXml(XString& xml, XString& version, bool withComments, XString& outXml, LogBase& log);
   bool canonicalizeFragment(XString& xml, XString& fragmentId, XString& version, XString& prefixList,
                             bool withComments, XString& outXml, LogBase& log);
@@ -175,7 +190,14 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool m_constructed = true;         // set at construction; read by nothing
   DataBuffer m_hmacKey;
   int32_t m_selector = 0;
-  // True while the same-document pipeline's working text is still m_xmlSb byte for byte, so
-  // that the enveloped-signature transform may locate the signature in the tree.
-  bool m_pipelineTextIsDocument = false;
+  // While `inPlace`, the same-document pipeline's working text is m_xmlSb less the span
+  // [cutStart, cutStart + cutLength): it is read where it is instead of being copied, and
+  // while nothing is cut the enveloped-signature transform may locate the signature in the
+  // tree. Transforms that need a text of their own copy it first.
+  struct PipelineText {
+    bool inPlace = false;
+    size_t cutStart = 0;
+    size_t cutLength = 0;
+  };
+  PipelineText m_pipelineText;
 };

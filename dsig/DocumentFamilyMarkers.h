@@ -35,4 +35,8 @@ constexpr const char* kDodaStartTag = "<doda>";
 constexpr const char* kSkXmlSignedDocTag = "<SignedDoc ";
 constexpr const char* kSkXmlFormat = "SK-XML";
 
+// SWIFT Alliance Access messages; their LAU block is added after signing. Looked for in the
+// transformed data of a reference, not in the document.
+constexpr const char* kSwiftSaaNamespace = "urn:swift:saa:xsd:saa.2.0";
+
 }  // namespace dsig_family

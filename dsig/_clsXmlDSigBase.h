@@ -2,7 +2,10 @@
 // (canonicalization transform, XPath transform, family adjustments) that read it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <string_view>
 
 #include "dsig/ClsBase.h"
 #include "dsig/_clsCades.h"
@@ -27,6 +30,13 @@ class _clsXmlDSigBase : public ClsBase, public _clsCades {
   // Canonicalization transform of a same-document reference (in place on success).
   bool transformCanonicalize(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm,
                              const StringBuffer& fragmentId, LogBase& log);
+  // The same transform reading `input` as if the span [cutStart, cutStart + cutLength) had
+  // been cut out of it (the span holds whole elements), and writing to out, or piece by
+  // piece to sink when one is given.
+  bool canonicalizeTransformInput(ClsXml* transform, const StringBuffer& input, size_t cutStart,
+                                  size_t cutLength, const StringBuffer& algorithm, const StringBuffer& fragmentId,
+                                  StringBuffer& out, const std::function<void(std::string_view)>& sink,
+                                  LogBase& log);
   // XPath / XPath Filter 2.0 transform by recognised expression patterns (in place).
   bool transformXPath(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm,
                       const StringBuffer& xpath, LogBase& log);

@@ -64,8 +64,12 @@ bool XmlCanon::xmlCanonicalize(const StringBuffer& xml, const char* fragmentId, 
     keepComments = false;
   }
   opt.comments = keepComments;
+  opt.cutStart = cutStart;
+  opt.cutLength = cutLength;
+  opt.sink = outputSink;
 
-  std::string& target = out.raw();
+  std::string pieceBuffer;
+  std::string& target = outputSink ? pieceBuffer : out.raw();
   const size_t sizeBefore = target.size();
   xml::XmlCanonWriter writer(xml.view(), opt, target);
   const bool ok = writer.run();

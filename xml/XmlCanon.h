@@ -36,6 +36,8 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <string_view>
 
 #include "support/ExtPtrArray.h"
 #include "support/StringBuffer.h"
@@ -62,6 +64,14 @@ class XmlCanon {
   // accepted; neither changes the canonical output.
   bool canonFlagSignedInfo = false;
   bool canonFlagNonSkXml = true;
+  // Canonicalize the text as if this byte range had been cut out of it. The range must
+  // hold whole elements (from a start tag's '<' to just past an end tag).
+  size_t cutStart = 0;
+  size_t cutLength = 0;
+  // When set, the canonical form goes to this function piece by piece instead of being
+  // appended to out (which then stays as it was). A failed call may already have passed
+  // pieces to it.
+  std::function<void(std::string_view)> outputSink;
 
   bool xmlCanonicalize(const StringBuffer& xml, const char* fragmentId, size_t startOffset,
                        StringBuffer& out, LogBase& log);

@@ -46,8 +46,18 @@ bool XmlCanonWriter::failScanner() {
   return false;
 }
 
+void XmlCanonWriter::flushToSink() {
+  m_opt.sink(m_out);
+  m_out.clear();
+}
+
 bool XmlCanonWriter::run() {
-  if (m_opt.selection == CanonSelection::WholeDocument) {
+  // Pieces of this size stay in the processor's caches between writing and hashing.
+  constexpr size_t kSinkPiece = 64 * 1024;
+  if (m_opt.sink) {
+    m_out.clear();
+    m_out.reserve(kSinkPiece + 4096);
+  } else if (m_opt.selection == CanonSelection::WholeDocument) {
     // The output is about the size of the input; reserving it once avoids the copies
     // (and the doubled peak memory) of repeated growth.
     m_out.reserve(m_out.size() + m_text.size() + m_text.size() / 16);
@@ -58,6 +68,9 @@ bool XmlCanonWriter::run() {
   }
 
   while (!m_done && m_scanner.next(m_tok)) {
+    // The scanner still reads the cut-out elements, so the document stays checked as a
+    // whole; they just produce no output and no namespace scopes.
+    if (m_opt.cutLength != 0 && inCut(m_tok.start)) continue;
     switch (m_tok.type) {
       case XmlTokenType::StartTag:
         if (!onStartTag()) return false;
@@ -77,9 +90,11 @@ bool XmlCanonWriter::run() {
       case XmlTokenType::Doctype:
         break;
     }
+    if (m_opt.sink && m_out.size() >= kSinkPiece) flushToSink();
   }
   if (m_scanner.hasError()) return failScanner();
   if (!m_error.empty()) return false;
+  if (m_found && m_opt.sink && !m_out.empty()) flushToSink();
   return m_found;
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +33,14 @@ struct CanonOptions {
   // Authenticated: write only the element with this 0-based index (else write them all).
   bool onlyOneAuthenticated = false;
   int authenticatedIndex = 0;
+  // A byte range of the text written as if it had been cut out of it (the enveloped
+  // signature). It must hold whole elements: it starts at a start tag's '<' and ends just
+  // past an end tag (or an empty-element tag), so no text, reference or line end is split.
+  size_t cutStart = 0;
+  size_t cutLength = 0;
+  // When set, the output is handed to this function in pieces of some tens of kilobytes
+  // as it is written, and `out` only buffers the piece being written.
+  std::function<void(std::string_view)> sink;
 };
 
 class XmlCanonWriter {
@@ -72,6 +81,8 @@ class XmlCanonWriter {
   void writeMisc(const XmlToken& tok);
   bool writeText(const XmlToken& tok);
   bool failScanner();
+  bool inCut(size_t offset) const { return offset - m_opt.cutStart < m_opt.cutLength; }
+  void flushToSink();
 
   std::string_view m_text;
   const CanonOptions& m_opt;

@@ -1,9 +1,13 @@
 // The same-document reference pipeline: from the loaded document text to the exact bytes
 // the signer digested (family pre-processing, the declared or implied transform chain,
 // post-processing, the base64 transform), their digest, and the comparison.
+#include <functional>
+#include <string_view>
+
 #include "crypto/_btHash.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/reference/DSigReference.h"
+#include "dsig/reference/StreamedDigest.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 
@@ -68,38 +72,118 @@ bool decodeBase64Transform(const StringBuffer& data, DataBuffer& decoded, LogBas
   return true;
 }
 
+// Whether the chain ends in a canonicalization whose output nothing but the digest reads,
+// so that it can be hashed as it is written: only enveloped-signature and canonicalization
+// transforms, the canonicalization (declared or implied) last and alone. A whole-document
+// reference without a declared enveloped-signature transform has it applied after the
+// chain, to the canonical text, which then must be kept.
+bool finalCanonicalizationStreams(ClsXml* transformsXml, bool wholeDocument) {
+  if (transformsXml == nullptr) return true;
+  const int numTransforms = transformsXml->get_NumChildren();
+  StringBuffer algorithm;
+  bool enveloped = false;
+  for (int i = 0; i < numTransforms; ++i) {
+    RcPtr<ClsXml> transform(transformsXml->GetChild(i));
+    if (!transform) return false;
+    algorithm.clear();
+    transform->getAttrValue("Algorithm", algorithm);
+    // Classified in the order the pipeline tests them.
+    if (algorithm.containsSubstring("REC-xpath") || algorithm.containsSubstring("2002/06/xmldsig-filter2")) {
+      return false;
+    } else if (algorithm.containsSubstring("enveloped-signature")) {
+      enveloped = true;
+    } else if (algorithm.containsSubstring("xml-c14n") || algorithm.containsSubstring("xml-exc-c14n")) {
+      if (i != numTransforms - 1) return false;
+    } else {
+      return false;  // base64 reads the canonical text; anything else fails the reference
+    }
+  }
+  return enveloped || !wholeDocument;
+}
+
 }  // namespace
+
+void ClsXmlDSig::materializePipelineText(StringBuffer& data) {
+  if (!m_pipelineText.inPlace) return;
+  m_pipelineText.inPlace = false;
+  const size_t cutStart = m_pipelineText.cutStart;
+  const size_t cutLength = m_pipelineText.cutLength;
+  data.clear();
+  data.reserve(m_xmlSb.getSize() - cutLength);
+  data.append(m_xmlSb.substr(0, cutStart));
+  data.append(m_xmlSb.substr(cutStart + cutLength));
+}
+
+bool ClsXmlDSig::canonicalizeStep(ClsXml* transform, StringBuffer& data, const StringBuffer& algorithm,
+                                  const StringBuffer& uri, StreamedDigest* digest, LogBase& log) {
+  std::function<void(std::string_view)> sink;
+  if (digest) sink = [digest](std::string_view piece) { digest->write(piece); };
+  StringBuffer out;
+  bool ok;
+  if (m_pipelineText.inPlace) {
+    m_pipelineText.inPlace = false;
+    ok = canonicalizeTransformInput(transform, m_xmlSb, m_pipelineText.cutStart, m_pipelineText.cutLength,
+                                    algorithm, uri, out, sink, log);
+    // The SWIFT adjustment after the transforms needs the text itself: write it once more.
+    if (ok && digest && digest->sawSwiftSaaNamespace())
+      ok = canonicalizeTransformInput(transform, m_xmlSb, m_pipelineText.cutStart, m_pipelineText.cutLength,
+                                      algorithm, uri, out, {}, log);
+  } else {
+    ok = canonicalizeTransformInput(transform, data, 0, 0, algorithm, uri, out, sink, log);
+    if (ok && digest && digest->sawSwiftSaaNamespace())
+      ok = canonicalizeTransformInput(transform, data, 0, 0, algorithm, uri, out, {}, log);
+  }
+  if (!ok) return false;
+  data.takeSb(out);
+  return true;
+}
 
 bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigReference& ref, LogBase& log) {
   LogContextExitor ctx(log, "verifyInternalReference");
 
-  // 1. Starting data: the whole document, or for Mexican DODA documents only the <doda> part.
+  // 1. Starting data: the whole document, read in place until a transform needs a copy of
+  // its own; for Mexican DODA documents only the <doda> part.
+  struct PipelineTextReset {
+    PipelineText& text;
+    ~PipelineTextReset() { text = PipelineText(); }
+  } pipelineTextReset{m_pipelineText};
+  m_pipelineText = PipelineText();
   StringBuffer data;
   if (m_isDoda) {
     log.LogInfo("Canonicalizing fragment from <doda> to </doda>");
     m_xmlSb.getDelimited("<doda>", "</doda>", true, data);
-  } else {
+  } else if (m_isSiiCl) {
     data.setString(m_xmlSb);
+  } else {
+    m_pipelineText.inPlace = true;
   }
 
   // 2. Family pre-processing (cuts a Chilean DTE out of its envelope).
   preprocessXmlToTransform(uri, ref, data, log);
 
-  // Until a transform changes it, the working text is the loaded document itself (neither
-  // the <doda> cut nor the Chilean pre-processing applies); the flag never outlives this call.
-  struct DocumentTextFlag {
-    bool& flag;
-    ~DocumentTextFlag() { flag = false; }
-  } documentText{m_pipelineTextIsDocument};
-  m_pipelineTextIsDocument = !m_isDoda && !m_isSiiCl;
-
   bool base64Requested = false;
   bool isMyInvoisDocumentRef = false;
+  const int hashAlg = ref.getHashAlg();
 
-  if (ref.transforms.isEmpty()) {
+  // The final canonicalization is hashed as it is written, unless a family adjustment
+  // after it needs the text.
+  RcPtr<ClsXml> transformsXml;
+  if (!ref.transforms.isEmpty()) {
+    transformsXml.reset(ClsXml::createNewCls());
+    if (!transformsXml) return false;
+    if (!transformsXml->loadXml(ref.transforms, true, log)) return false;
+  }
+  StreamedDigest streamed;
+  const bool streams = !m_isZatca && !m_isMyInvois && !m_isCmaStp && finalCanonicalizationStreams(transformsXml.get(), uri.isEmpty()) &&
+                       streamed.begin(hashAlg, log);
+  StreamedDigest* const finalDigest = streams ? &streamed : nullptr;
+  bool digested = false;
+
+  if (!transformsXml) {
     // 3. No Transforms element: the implied chain.
     if (m_isMyInvois) {
       // MyInvois SignedProperties are digested as rebuilt text, never canonicalized.
+      m_pipelineText.inPlace = false;
       rebuildMyInvoisSignedProperties(m_xmlSb, data);
     } else {
       // A whole-document reference always excludes its own signature. The algorithm text
@@ -110,20 +194,16 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
         algorithm.setString(kEnvelopedSignatureUri);
         StringBuffer unused1, unused2;
         transformEnvelopedSignature(data, unused1, unused2, ref, log);
-        m_pipelineTextIsDocument = false;
       }
       algorithm.append(m_isZatca ? kExclusiveC14n : kInclusiveC14n);
-      if (!transformCanonicalize(nullptr, data, algorithm, uri, log)) {
+      if (!canonicalizeStep(nullptr, data, algorithm, uri, finalDigest, log)) {
         m_refFailReason = 5;
         return false;
       }
+      digested = streams;
     }
   } else {
     // 4. The declared chain, in document order.
-    RcPtr<ClsXml> transformsXml(ClsXml::createNewCls());
-    if (!transformsXml) return false;
-    if (!transformsXml->loadXml(ref.transforms, true, log)) return false;
-
     const int numTransforms = transformsXml->get_NumChildren();
     if (log.m_verboseLogging) log.LogDataLong("numTransforms", numTransforms);
 
@@ -143,20 +223,20 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
           log.LogError("No XPath found in transform.");
           return false;
         }
-        m_pipelineTextIsDocument = false;
+        materializePipelineText(data);
         if (!transformXPath(transform.get(), data, algorithm, xpath, log)) return false;
       } else if (algorithm.containsSubstring("enveloped-signature")) {
         envelopedApplied = true;
         StringBuffer unused1, unused2;
         transformEnvelopedSignature(data, unused1, unused2, ref, log);
-        m_pipelineTextIsDocument = false;
       } else if (algorithm.containsSubstring("xml-c14n") || algorithm.containsSubstring("xml-exc-c14n")) {
         canonicalized = true;
-        m_pipelineTextIsDocument = false;
-        if (!transformCanonicalize(transform.get(), data, algorithm, uri, log)) {
+        const bool last = i == numTransforms - 1;
+        if (!canonicalizeStep(transform.get(), data, algorithm, uri, last ? finalDigest : nullptr, log)) {
           m_refFailReason = 5;
           return false;
         }
+        digested = last && streams;
       } else if (algorithm.containsSubstring("xmldsig#base64")) {
         base64Requested = true;
       } else {
@@ -168,30 +248,39 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
     if (!envelopedApplied && uri.isEmpty()) {
       StringBuffer unused1, unused2;
       transformEnvelopedSignature(data, unused1, unused2, ref, log);
+      digested = false;
     }
     if (!canonicalized) {
       algorithm.setString(kInclusiveC14n);
-      if (!transformCanonicalize(nullptr, data, algorithm, uri, log)) {
+      if (!canonicalizeStep(nullptr, data, algorithm, uri, finalDigest, log)) {
         m_refFailReason = 5;
         return false;
       }
+      digested = streams;
     }
     // The MyInvois document reference (its three transforms cut the signature blocks)
     // gives the digest that the signature value itself signs.
     isMyInvoisDocumentRef = m_isMyInvois && numTransforms == 3;
   }
+  materializePipelineText(data);
 
-  // 5. Family post-processing (SWIFT LAU block).
+  // 5. Family post-processing (SWIFT LAU block). A streamed digest stands unless the
+  // adjustment applied, which needs the text (written for that case).
   StringBuffer unused;
+  if (digested && streamed.sawSwiftSaaNamespace()) digested = false;
   postProcessTransformedXml(unused, ref, data, log);
 
   // 6. Digest.
-  const int hashAlg = ref.getHashAlg();
   DataBuffer digest;
-  if (base64Requested) {
+  bool hasSignedProperties = false;
+  if (digested) {
+    streamed.finish(digest);
+    hasSignedProperties = streamed.sawSignedProperties();
+  } else if (base64Requested) {
     DataBuffer decoded;
     if (!decodeBase64Transform(data, decoded, log)) return false;
     _btHash::doHash(decoded.getData2(), decoded.getSize(), hashAlg, digest);
+    hasSignedProperties = data.containsSubstring("SignedProperties");
   } else if (m_isZatca && data.containsSubstring("SignedProperties")) {
     // ZATCA signers digest SignedProperties with a self-closed DigestMethod and store the
     // digest as hex text; the hex text is what gets compared (base64-encoded).
@@ -201,11 +290,13 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
     StringBuffer hex;
     raw.encodeDB("hex_lower", hex);
     digest.append(hex);
+    hasSignedProperties = true;
   } else {
     _btHash::doHash(data.getString(), data.getSize(), hashAlg, digest);
     if (isMyInvoisDocumentRef) m_myInvoisDigest = digest;
+    hasSignedProperties = data.containsSubstring("SignedProperties");
   }
 
   // 7. Comparison with the fallbacks.
-  return compareSameDocumentDigest(uri, ref, data, digest, log);
+  return compareSameDocumentDigest(uri, ref, hasSignedProperties, digest, log);
 }

@@ -113,7 +113,7 @@ void base64OfLowerHex(const DataBuffer& digest, StringBuffer& out) {
 }  // namespace
 
 bool ClsXmlDSig::compareSameDocumentDigest(const StringBuffer& uri, DSigReference& ref,
-                                           const StringBuffer& transformedData, const DataBuffer& digest,
+                                           bool transformedHasSignedProperties, const DataBuffer& digest,
                                            LogBase& log) {
   const StringBuffer& stored = ref.digestValue;
   StringBuffer computed;
@@ -128,8 +128,7 @@ bool ClsXmlDSig::compareSameDocumentDigest(const StringBuffer& uri, DSigReferenc
   // A stored value far longer than a base64 digest over SignedProperties is the ZATCA
   // form (base64 of the hex digest of the exclusive-canonical properties). Recognising it
   // here switches the object into ZATCA mode for the rest of its use.
-  if (!m_isZatca && stored.getSize() > computed.getSize() + 8 &&
-      transformedData.containsSubstring("SignedProperties")) {
+  if (!m_isZatca && stored.getSize() > computed.getSize() + 8 && transformedHasSignedProperties) {
     log.LogInfo("Retry with ZATCA rules...");
     StringBuffer zatcaXml(m_xmlSb);
     preprocessXmlToTransform(uri, ref, zatcaXml, log);

@@ -35,6 +35,16 @@ constexpr int kMaxEbicsCalls = 100;
 
 bool _clsXmlDSigBase::transformCanonicalize(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm,
                                             const StringBuffer& fragmentId, LogBase& log) {
+  StringBuffer out;
+  if (!canonicalizeTransformInput(transform, xml, 0, 0, algorithm, fragmentId, out, {}, log)) return false;
+  xml.takeSb(out);
+  return true;
+}
+
+bool _clsXmlDSigBase::canonicalizeTransformInput(ClsXml* transform, const StringBuffer& input, size_t cutStart,
+                                                 size_t cutLength, const StringBuffer& algorithm,
+                                                 const StringBuffer& fragmentId, StringBuffer& out,
+                                                 const std::function<void(std::string_view)>& sink, LogBase& log) {
   LogContextExitor ctx(log, "transformCanonicalize");
 
   const bool exclusive = algorithm.containsSubstring("xml-exc-c14n");
@@ -59,13 +69,16 @@ bool _clsXmlDSigBase::transformCanonicalize(ClsXml* transform, StringBuffer& xml
     canon.emulateAttrSortBug = true;
   }
 
+  canon.outputSink = sink;
+
   if (isEbicsFragment(fragmentId)) {
     log.LogInfo("Canonicalizing for EBICS...");
-    StringBuffer out;
+    canon.cutStart = cutStart;
+    canon.cutLength = cutLength;
     canon.ebicsCount = 0;
     canon.ebicsMode = true;
     canon.ebicsIndex = 0;
-    if (!canon.xmlCanonicalize(xml, fragmentId.getString(), 0, out, log)) {
+    if (!canon.xmlCanonicalize(input, fragmentId.getString(), 0, out, log)) {
       log.LogError("Failed to canonicalize XML fragment.");
       return false;
     }
@@ -74,28 +87,29 @@ bool _clsXmlDSigBase::transformCanonicalize(ClsXml* transform, StringBuffer& xml
     for (int index = 1; index < kMaxEbicsCalls; ++index) {
       canon.ebicsCount = 0;
       canon.ebicsIndex = index;
-      if (!canon.xmlCanonicalize(xml, fragmentId.getString(), 0, out, log)) break;
+      if (!canon.xmlCanonicalize(input, fragmentId.getString(), 0, out, log)) break;
     }
-    xml.takeSb(out);
     return true;
   }
 
   // CMA STP messages sign only their Document element; whatever surrounds it (prolog,
   // SOAP envelope, trailing text) is left out.
   StringBuffer cut;
-  const StringBuffer* input = &xml;
+  const StringBuffer* source = &input;
   if (m_isCmaStp && fragmentId.isEmpty()) {
-    cut.setString(xml);
+    cut.append(input.substr(0, cutStart));
+    cut.append(input.substr(cutStart + cutLength));
     cut.removeBefore("<Document ", false);
     cut.chopAtSubstr("</Document>", true);
-    input = &cut;
+    source = &cut;
+  } else {
+    canon.cutStart = cutStart;
+    canon.cutLength = cutLength;
   }
-  StringBuffer out;
-  if (!canon.xmlCanonicalize(*input, fragmentId.getString(), 0, out, log)) {
+  if (!canon.xmlCanonicalize(*source, fragmentId.getString(), 0, out, log)) {
     log.LogError("Failed to canonicalize XML fragment.");
     return false;
   }
-  xml.takeSb(out);
   return true;
 }
 

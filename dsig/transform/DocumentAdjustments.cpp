@@ -123,7 +123,7 @@ bool _clsXmlDSigBase::postProcessTransformedXml(StringBuffer& /*unused*/, DSigRe
                                                 LogBase& log) {
   LogContextExitor ctx(log, "postProcessTransformedXml");
   // SWIFT Alliance: the LAU block is added after signing.
-  if (xml.containsSubstring("urn:swift:saa:xsd:saa.2.0") && xml.containsSubstring("<LAU") &&
+  if (xml.containsSubstring(dsig_family::kSwiftSaaNamespace) && xml.containsSubstring("<LAU") &&
       xml.containsSubstring("</LAU>")) {
     const size_t i = xml.find("<LAU");
     const size_t j = xml.find("</LAU>");

@@ -55,11 +55,16 @@ bool ClsXmlDSig::transformEnvelopedSignature(StringBuffer& xml, StringBuffer& /*
   }
 
   // While the text is still the loaded document, the parsed tree knows where the signature
-  // is and the scan of the whole text is saved.
+  // is and the scan of the whole text is saved; the document is then normally read in place
+  // with the signature cut out of it, instead of being copied.
   XmlSigLocate locator;
-  if (m_pipelineTextIsDocument && xml.getSize() == m_xmlSb.getSize() &&
-      locateSignatureInTree(locator, sigId, ref.digestValue))
+  const bool textIsDocument = m_pipelineText.inPlace && m_pipelineText.cutLength == 0;
+  if (textIsDocument && locateSignatureInTree(locator, sigId, ref.digestValue)) {
+    if (cutSignatureInPlace(locator.m_sigStart, locator.m_sigLength)) return true;
+    materializePipelineText(xml);
     return removeSignatureAndFollowingSigs(xml, locator.m_sigStart, locator.m_sigLength, log);
+  }
+  materializePipelineText(xml);
 
   _btXmlDtd dtd;
   if (!sigId.isEmpty()) {
@@ -78,15 +83,32 @@ bool ClsXmlDSig::transformEnvelopedSignature(StringBuffer& xml, StringBuffer& /*
   return removeSignatureAndFollowingSigs(xml, locator.m_sigStart, locator.m_sigLength, log);
 }
 
+bool ClsXmlDSig::cutSignatureInPlace(size_t start, size_t length) {
+  const std::string_view text = m_xmlSb.view();
+  if (length == 0 || start >= text.size() || length > text.size() - start) return false;
+  const size_t end = start + length;
+  // Signatures that follow are cut by a text search that may end anywhere: copy instead.
+  if (signatureRemovalEnd(m_xmlSb, start, length) != end) return false;
+  // The root cannot go; a CR before the cut and an LF after it would join into one line end.
+  if (m_xmlRoot == nullptr || m_xmlRoot->sourceStart() == start) return false;
+  if (start > 0 && text[start - 1] == '\r' && end < text.size() && text[end] == '\n') return false;
+  m_pipelineText.cutStart = start;
+  m_pipelineText.cutLength = length;
+  return true;
+}
+
 bool ClsXmlDSig::removeSignatureAndFollowingSigs(StringBuffer& xml, unsigned start, unsigned length,
                                                  LogBase& /*log*/) {
   const size_t size = xml.getSize();
   if (start >= size) return true;
-  size_t end = static_cast<size_t>(start) + length;
-  if (end >= size) {
-    xml.removeChunk(start, size - start);
-    return true;
-  }
+  xml.removeChunk(start, signatureRemovalEnd(xml, start, length) - start);
+  return true;
+}
+
+size_t ClsXmlDSig::signatureRemovalEnd(const StringBuffer& xml, size_t start, size_t length) {
+  const size_t size = xml.getSize();
+  size_t end = start + length;
+  if (end >= size) return size;
 
   size_t removed = 0;
   size_t cursor = end;
@@ -117,6 +139,5 @@ bool ClsXmlDSig::removeSignatureAndFollowingSigs(StringBuffer& xml, unsigned sta
     cursor = end;
     if (removed >= kMaxFollowingSignatures) break;
   }
-  xml.removeChunk(start, end - start);
-  return true;
+  return end;
 }

@@ -187,3 +187,41 @@ TEST(ReferenceDigest, ZatcaSignedPropertiesDigestSwitchesToZatcaRules) {
   EXPECT_TRUE(v.dsig->m_isZatca);
   EXPECT_TRUE(v.dsig->m_noSortBugRetry);
 }
+
+// The whole document is normally read in place with the signature cut out of it and its
+// canonical form hashed as it is written; where that could differ from cutting the text
+// (a CR before the signature and an LF after it join into one line end; signatures that
+// follow are cut by a text search) or where a later step needs the text (the SWIFT LAU
+// block), the text is copied, and the digests are those of the cut text.
+TEST(ReferenceDigest, WholeDocumentReadInPlaceGivesTheDigestOfTheCutText) {
+  const std::string enveloped = transforms({kEnveloped, kC14n});
+  const auto sig = [&](const std::string& canonical) {
+    return signature(reference(" URI=\"\"", enveloped, b64sha256(canonical)));
+  };
+
+  // Namespaces and a comment inside the signature, text on both sides of it.
+  const std::string plain = "<r xmlns:p=\"urn:p\"><p:a>1</p:a>before " + sig("<r xmlns:p=\"urn:p\"><p:a>1</p:a>before  after</r>") +
+                            "<!--c--> after</r>";
+  Verifier v(plain);
+  EXPECT_TRUE(v.verify(0)) << v.dsig->lastErrorText();
+
+  // "\r" + "\n" around the signature become one line end once it is cut out.
+  const std::string crlf = "<r>a\r" + sig("<r>a\nb</r>") + "\nb</r>";
+  Verifier c(crlf);
+  EXPECT_TRUE(c.verify(0)) << c.dsig->lastErrorText();
+
+  // A signature directly after the selected one goes with it.
+  const std::string following = "<r>x" + sig("<r>x</r>") + digestSignature("", "AAAA") + "</r>";
+  Verifier f(following);
+  EXPECT_TRUE(f.verify(0)) << f.dsig->lastErrorText();
+
+  // SWIFT Alliance: the digest is over the canonical text without its LAU block.
+  const std::string saa = "<Saa:DataPDU xmlns:Saa=\"urn:swift:saa:xsd:saa.2.0\"><Saa:Body>x</Saa:Body>";
+  const std::string lau = "<LAU><v>y</v></LAU>";
+  Verifier s(saa + lau + sig(saa + "</Saa:DataPDU>") + "</Saa:DataPDU>");
+  EXPECT_TRUE(s.verify(0)) << s.dsig->lastErrorText();
+  EXPECT_TRUE(s.logged("Adjusting XML to canonicalized by removing <LAU ... </LAU>"));
+  Verifier withLau(saa + lau + sig(saa + lau + "</Saa:DataPDU>") + "</Saa:DataPDU>");
+  EXPECT_FALSE(withLau.verify(0));
+  EXPECT_EQ(withLau.reason(), 1);
+}

@@ -106,6 +106,43 @@ TEST(XmlCanon, FailuresExplainAndLeaveOutputAsItWas) {
   EXPECT_EQ(out.str(), "kept|<r></r>");  // success appends
 }
 
+// A cut-out span is written as if it had been removed from the text, and output handed
+// to a sink in pieces is the same as output appended in one piece.
+TEST(XmlCanon, CutSpanAndPiecewiseOutputMatchTheCutText) {
+  std::string body;
+  for (int i = 0; body.size() < 300 * 1024; ++i)
+    body += "<p:i n=\"" + std::to_string(i) + "\" xmlns:q=\"urn:q\">t &amp; &#x3C; \r\n</p:i>";
+  const std::string cut = "<Signature xmlns=\"urn:sig\" xml:lang=\"x\"><!--c--><v>1</v></Signature>";
+  const std::string head = "<r xmlns:p=\"urn:p\" xmlns=\"urn:d\">text ";
+  const std::string tail = body + "</r>";
+  const std::string whole = head + cut + tail;
+  const std::string removed = head + tail;
+
+  for (const int method : {1, 2}) {
+    XmlCanon expected;
+    expected.canonMethod = method;
+    StringBuffer want;
+    LogNull log;
+    ASSERT_TRUE(expected.xmlCanonicalize(StringBuffer(removed), nullptr, 0, want, log));
+
+    XmlCanon canon;
+    canon.canonMethod = method;
+    canon.cutStart = head.size();
+    canon.cutLength = cut.size();
+    std::string pieces;
+    int calls = 0;
+    canon.outputSink = [&](std::string_view piece) {
+      pieces.append(piece);
+      ++calls;
+    };
+    StringBuffer untouched("kept");
+    ASSERT_TRUE(canon.xmlCanonicalize(StringBuffer(whole), nullptr, 0, untouched, log));
+    EXPECT_EQ(pieces, want.str()) << method;
+    EXPECT_GT(calls, 2);
+    EXPECT_EQ(untouched.str(), "kept");
+  }
+}
+
 TEST(XmlCanon, HostileInputFailsCleanly) {
   std::string deep;
   for (int i = 0; i < 100000; ++i) deep += "<a>";
