@@ -130,7 +130,18 @@ bool appendEscapedRawText(std::string& out, std::string_view raw, bool ampersand
       out.push_back('\n');
       if (p < end && *p == '\n') ++p;
     } else if (c == '&' && ampersandIsReference) {
-      return false;
+      // &amp; &lt; and &gt; stand for the characters that canonical text writes as exactly
+      // these references; any other reference must be expanded first.
+      const std::string_view rest(reinterpret_cast<const char*>(p), static_cast<size_t>(end - p));
+      size_t length = 0;
+      if (rest.compare(0, 4, "amp;") == 0)
+        length = 4;
+      else if (rest.compare(0, 3, "lt;") == 0 || rest.compare(0, 3, "gt;") == 0)
+        length = 3;
+      if (length == 0) return false;
+      out.push_back('&');
+      out.append(rest.data(), length);
+      p += length;
     } else {
       out.append(kEntities[kTextTable.cls[c]]);
     }

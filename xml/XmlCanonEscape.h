@@ -18,8 +18,9 @@ bool attributeNeedsEscaping(std::string_view value);
 void appendNormalizedLineEnds(std::string& out, std::string_view text);
 // Character data as written in the document (a CDATA body, or text without references):
 // line ends normalised, then escaped as text, in one pass. When ampersandIsReference is
-// set, a '&' stops it with false (the text then needs reference expansion first; what was
-// appended so far is for the caller to drop).
+// set, "&amp;", "&lt;" and "&gt;" are copied (they are their own canonical form) and any
+// other reference stops it with false (the text then needs reference expansion first; what
+// was appended so far is for the caller to drop).
 bool appendEscapedRawText(std::string& out, std::string_view raw, bool ampersandIsReference);
 
 }  // namespace xml

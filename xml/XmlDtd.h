@@ -59,17 +59,29 @@ class XmlDtd {
 // Byte classes shared by the scanner and the DTD parser. Names are any run of ASCII
 // letters, digits, '-', '.', '_', ':' and non-ASCII bytes (UTF-8 names are common; the
 // Unicode name classes are not checked).
+namespace detail {
+// One lookup per byte: names are scanned in every tag of every document.
+struct NameByteClasses {
+  bool nameByte[256] = {};
+  bool nameStartByte[256] = {};
+  constexpr NameByteClasses() {
+    for (int c = 0; c < 256; ++c) {
+      const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+      const bool digit = c >= '0' && c <= '9';
+      nameByte[c] = c >= 0x80 || letter || digit || c == '-' || c == '.' || c == '_' || c == ':';
+      nameStartByte[c] = nameByte[c] && !digit && c != '-' && c != '.';
+    }
+  }
+};
+inline constexpr NameByteClasses kNameByteClasses{};
+}  // namespace detail
+
 inline bool isXmlSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-inline bool isXmlNameByte(char ch) {
-  const unsigned char c = static_cast<unsigned char>(ch);
-  return c >= 0x80 || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         c == '-' || c == '.' || c == '_' || c == ':';
-}
+inline bool isXmlNameByte(char ch) { return detail::kNameByteClasses.nameByte[static_cast<unsigned char>(ch)]; }
 
 // First byte of a name: not a digit, '-' or '.'.
 inline bool isXmlNameStartByte(char ch) {
-  const unsigned char c = static_cast<unsigned char>(ch);
-  return isXmlNameByte(ch) && !(c >= '0' && c <= '9') && c != '-' && c != '.';
+  return detail::kNameByteClasses.nameStartByte[static_cast<unsigned char>(ch)];
 }
 
 // The body of a character reference (what stands between "&#" and ";", e.g. "x41" or

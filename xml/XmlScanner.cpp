@@ -538,14 +538,22 @@ bool XmlScanner::scanStartTag(XmlToken& tok) {
     if (q >= n || (m_text[q] != '"' && m_text[q] != '\''))
       return fail(q, "the value of attribute " + quoteName(qname) + " must be quoted");
     const char quote = m_text[q];
-    const size_t close = findByte(m_text, quote, q + 1);
-    if (close == std::string_view::npos) return fail(q, "unterminated value of attribute " + quoteName(qname));
+    // One pass to the closing quote that also notes the first '<' and any '&': values are
+    // short, and three library searches cost more than the bytes.
+    size_t close = q + 1;
+    size_t firstLt = std::string_view::npos;
+    bool hasAmp = false;
+    for (; close < n; ++close) {
+      const char ch = m_text[close];
+      if (ch == quote) break;
+      if (ch == '<' && firstLt == std::string_view::npos) firstLt = close;
+      hasAmp |= ch == '&';
+    }
+    if (close >= n) return fail(q, "unterminated value of attribute " + quoteName(qname));
     const std::string_view raw = m_text.substr(q + 1, close - q - 1);
-    const void* lt = std::memchr(raw.data(), '<', raw.size());
-    if (lt)
-      return fail(static_cast<size_t>(static_cast<const char*>(lt) - m_text.data()),
-                  "'<' is not allowed in the value of attribute " + quoteName(qname));
-    if (std::memchr(raw.data(), '&', raw.size()) != nullptr && !checkReferences(raw, q + 1)) return false;
+    if (firstLt != std::string_view::npos)
+      return fail(firstLt, "'<' is not allowed in the value of attribute " + quoteName(qname));
+    if (hasAmp && !checkReferences(raw, q + 1)) return false;
     if (tok.attributes.size() >= kMaxAttributesPerElement)
       return fail(attrStart, "more attributes than the limit of " + std::to_string(kMaxAttributesPerElement) +
                                  " (kMaxAttributesPerElement) in start tag " + tagText());

@@ -141,6 +141,10 @@ TEST(XmlCanon, CutSpanAndPiecewiseOutputMatchTheCutText) {
     EXPECT_GT(calls, 2);
     EXPECT_EQ(untouched.str(), "kept");
   }
+
+  // References in text: &amp; &lt; &gt; are their own canonical form, the others are not.
+  EXPECT_EQ(canonicalize("<r>&amp;x&lt;&gt;&quot;&apos;&#62;&#x26;amp;\r\nz</r>", nullptr),
+            "<r>&amp;x&lt;&gt;\"'&gt;&amp;amp;\nz</r>");
 }
 
 TEST(XmlCanon, HostileInputFailsCleanly) {
