@@ -222,6 +222,7 @@ bool XmlCanonWriter::isSelected(bool& stopScanning) {
 
 bool XmlCanonWriter::writeStartTag(bool isApex) {
   m_rendered.pushScope();
+  if (!isApex && appendPlainStartTag()) return true;
   renderNamespaces(isApex);
   if (!collectAttributes(isApex)) return false;
   if (appendSourceStartTag()) return true;
@@ -248,6 +249,36 @@ bool XmlCanonWriter::writeStartTag(bool isApex) {
   }
   m_out.push_back('>');
   return true;
+}
+
+// The commonest start tag inside the output, decided from the source alone: inclusive
+// canonicalization, no DTD, unprefixed attributes (so no namespaces to write and none to sort
+// by) in increasing order, each written as ' name="value"' with a value that needs neither
+// decoding nor escaping. It is copied as it stands, without collecting its attributes.
+bool XmlCanonWriter::appendPlainStartTag() {
+  if (m_opt.exclusive || !m_scanner.dtd().empty()) return false;
+  const char* const base = m_text.data();
+  size_t at = m_tok.start + 1 + m_tok.name.size();
+  std::string_view previous;
+  for (const XmlAttribute& a : m_tok.attributes) {
+    const std::string_view q = a.qname;
+    if (q.find(':') != std::string_view::npos || q == "xmlns" || q <= previous) return false;
+    if (a.start != at + 1 || base[at] != ' ' || a.quote != '"' || a.rawValue.data() != q.data() + q.size() + 2 ||
+        base[a.start + q.size()] != '=' || needsDecoding(a.rawValue))
+      return false;
+    previous = q;
+    at = a.end;
+  }
+  if (base[at] == '>') {
+    m_out.append(base + m_tok.start, at + 1 - m_tok.start);
+    return true;
+  }
+  if (base[at] == '/' && base[at + 1] == '>') {
+    m_out.append(base + m_tok.start, at - m_tok.start);
+    m_out.push_back('>');
+    return true;
+  }
+  return false;
 }
 
 // Start tags that are already canonical in the source (no namespace declarations to

@@ -73,6 +73,7 @@ class XmlCanonWriter {
   bool isSelected(bool& stopScanning);
   bool writeStartTag(bool isApex);
   bool appendSourceStartTag();
+  bool appendPlainStartTag();
   bool declareNamespaces();
   bool attributeValue(const XmlAttribute& attr, std::string& scratch, std::string_view& value);
   bool collectAttributes(bool isApex);
