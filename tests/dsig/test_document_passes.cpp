@@ -5,11 +5,13 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "CorpusCases.h"
 #include "TestSupport.h"
 #include "VerifierTestUtil.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/DocumentFamilyMarkers.h"
 #include "dsig/reference/DSigReference.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
@@ -133,31 +135,58 @@ TEST(TreeLocate, LeavesToTheScanWhatTheTreeCannotDecide) {
   }
 }
 
-TEST(FamilyDetection, MarkersAreFoundAcrossSearchBlocksOfLargeDocuments) {
-  // Markers placed so that they straddle, start or end at every 64 KiB boundary of a
-  // document of several hundred kilobytes, and one at the very end.
-  const std::string filler(64 * 1024, 'x');
-  for (const char* marker : {"csioz.gov.pl", "urn:cma:stp:xsd:stp", "www.sii.cl"}) {
-    const size_t len = std::string(marker).size();
-    for (size_t block = 1; block <= 4; ++block) {
-      for (size_t back : {size_t(0), size_t(1), len / 2, len - 1, len}) {
-        std::string text(block * filler.size() - back, 'x');
-        text += marker;
-        text += filler;
-        std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
-        LogNull quiet;
-        dsig->detectSpecial(StringBuffer(text), quiet);
-        const std::string what = std::string(marker) + " at " + std::to_string(text.size() - filler.size() - len);
-        EXPECT_EQ(dsig->m_isCsioz, marker[1] == 's') << what;
-        EXPECT_EQ(dsig->m_isCmaStp, marker[0] == 'u') << what;
-        EXPECT_EQ(dsig->m_isSiiCl, marker[0] == 'w') << what;
+TEST(FamilyDetection, EveryMarkerIsFoundAtEveryAlignmentAndOnlyWhole) {
+  // Each marker is placed at every offset of a 16-byte block, inside the text and at its
+  // very end, and cut by a byte at either end; the flag must say what a plain substring
+  // search says. The other markers of a family that needs several stand at the start.
+  using namespace dsig_family;
+  struct Family {
+    std::vector<std::string> markers;
+    bool _clsXmlDSigBase::*flag;
+  };
+  std::vector<Family> families = {
+      {{kChileSiiDomain}, &_clsXmlDSigBase::m_isSiiCl},
+      {{kSunatPeruUbl}, &_clsXmlDSigBase::m_isSunatPeru},
+      {{kPolandCsiozDomain}, &_clsXmlDSigBase::m_isCsioz},
+      {{kCmaStpUrn}, &_clsXmlDSigBase::m_isCmaStp},
+      {{kMexicoSatSiatDomain, kDodaStartTag}, &_clsXmlDSigBase::m_isDoda},
+      {{kSkXmlSignedDocTag, kSkXmlFormat}, &_clsXmlDSigBase::m_isSkXmlSignedDoc},
+  };
+  for (const char* marker : {kPolandFinanceAppsDomain, kPolandFinanceDomain, kPolandZusDomain, kHl7Urn,
+                             kItalyHealthRecordDomain, kPolandCrdDomain})
+    families.push_back({{marker}, &_clsXmlDSigBase::m_dupAttrSortBug});
+
+  std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
+  LogNull quiet;
+  int checked = 0;
+  for (const Family& family : families) {
+    for (size_t moved = 0; moved < family.markers.size(); ++moved) {
+      std::string others;
+      for (size_t k = 0; k < family.markers.size(); ++k)
+        if (k != moved) others += family.markers[k] + " ";
+      const std::string& marker = family.markers[moved];
+      for (size_t lead = 0; lead <= 16; ++lead) {
+        const std::string before = others + std::string(64 + lead, 'x');
+        const std::string after(40, 'x');
+        for (const std::string& text :
+             {before + marker + after, before + marker, before + marker.substr(1) + after,
+              before + marker.substr(0, marker.size() - 1)}) {
+          // A cut marker may still hold another one that sets the same flag.
+          bool expected = false;
+          for (const Family& same : families) {
+            if (same.flag != family.flag) continue;
+            bool all = true;
+            for (const std::string& m : same.markers) all = all && text.find(m) != std::string::npos;
+            expected = expected || all;
+          }
+          dsig->detectSpecial(StringBuffer(text), quiet);
+          EXPECT_EQ(dsig.get()->*family.flag, expected) << text;
+          ++checked;
+        }
       }
     }
-    std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
-    LogNull quiet;
-    dsig->detectSpecial(StringBuffer(filler + filler + filler + marker), quiet);
-    EXPECT_TRUE(dsig->m_isCsioz || dsig->m_isCmaStp || dsig->m_isSiiCl) << marker << " at the end";
   }
+  EXPECT_EQ(checked, 14 * 17 * 4);
 }
 
 TEST(SignedInfoInContext, CanonicalizesLikeTheWholeDocumentOnEveryCorpusSignature) {
