@@ -117,6 +117,30 @@ void appendNormalizedLineEnds(std::string& out, std::string_view text) {
   out.append(text.data() + pos, text.size() - pos);
 }
 
+namespace {
+
+// The length of "amp;", "lt;" or "gt;" at the start of rest, else 0.
+size_t selfCanonicalReference(std::string_view rest) {
+  if (rest.compare(0, 4, "amp;") == 0) return 4;
+  if (rest.compare(0, 3, "lt;") == 0 || rest.compare(0, 3, "gt;") == 0) return 3;
+  return 0;
+}
+
+}  // namespace
+
+bool isCanonicalTextAsWritten(std::string_view raw) {
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(raw.data());
+  const unsigned char* const end = p + raw.size();
+  while ((p = findMarked<TextSpecials>(p, end, kTextTable)) != end) {
+    if (*p != '&') return false;
+    const size_t length =
+        selfCanonicalReference(std::string_view(reinterpret_cast<const char*>(p + 1), static_cast<size_t>(end - p - 1)));
+    if (length == 0) return false;
+    p += 1 + length;
+  }
+  return true;
+}
+
 bool appendEscapedRawText(std::string& out, std::string_view raw, bool ampersandIsReference) {
   const unsigned char* p = reinterpret_cast<const unsigned char*>(raw.data());
   const unsigned char* const end = p + raw.size();
@@ -133,11 +157,7 @@ bool appendEscapedRawText(std::string& out, std::string_view raw, bool ampersand
       // &amp; &lt; and &gt; stand for the characters that canonical text writes as exactly
       // these references; any other reference must be expanded first.
       const std::string_view rest(reinterpret_cast<const char*>(p), static_cast<size_t>(end - p));
-      size_t length = 0;
-      if (rest.compare(0, 4, "amp;") == 0)
-        length = 4;
-      else if (rest.compare(0, 3, "lt;") == 0 || rest.compare(0, 3, "gt;") == 0)
-        length = 3;
+      const size_t length = selfCanonicalReference(rest);
       if (length == 0) return false;
       out.push_back('&');
       out.append(rest.data(), length);

@@ -22,5 +22,8 @@ void appendNormalizedLineEnds(std::string& out, std::string_view text);
 // other reference stops it with false (the text then needs reference expansion first; what
 // was appended so far is for the caller to drop).
 bool appendEscapedRawText(std::string& out, std::string_view raw, bool ampersandIsReference);
+// Whether text content, as written (references unexpanded), is its own canonical form: no
+// CR, no '>', and no reference but &amp; &lt; &gt;.
+bool isCanonicalTextAsWritten(std::string_view raw);
 
 }  // namespace xml

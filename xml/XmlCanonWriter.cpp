@@ -51,6 +51,29 @@ void XmlCanonWriter::flushToSink() {
   m_out.clear();
 }
 
+void XmlCanonWriter::appendSource(size_t from, size_t to) {
+  if (m_runEnd == from && m_runEnd != m_runStart) {
+    m_runEnd = to;
+    return;
+  }
+  flushRun();
+  m_runStart = from;
+  m_runEnd = to;
+}
+
+void XmlCanonWriter::flushRun() {
+  const std::string_view run = m_text.substr(m_runStart, m_runEnd - m_runStart);
+  m_runStart = m_runEnd = 0;
+  if (run.empty()) return;
+  if (!m_opt.sink) {
+    m_out.append(run.data(), run.size());
+    return;
+  }
+  // Source bytes go to the sink straight from the text, after what is buffered.
+  if (!m_out.empty()) flushToSink();
+  m_opt.sink(run);
+}
+
 bool XmlCanonWriter::run() {
   // Pieces of this size stay in the processor's caches between writing and hashing.
   constexpr size_t kSinkPiece = 64 * 1024;
@@ -94,6 +117,7 @@ bool XmlCanonWriter::run() {
   }
   if (m_scanner.hasError()) return failScanner();
   if (!m_error.empty()) return false;
+  if (m_found) flushRun();
   if (m_found && m_opt.sink && !m_out.empty()) flushToSink();
   return m_found;
 }
@@ -133,11 +157,12 @@ bool XmlCanonWriter::onStartTag() {
 void XmlCanonWriter::onEndTag(size_t depth, std::string_view name) {
   if (m_apexDepth != 0) {
     if (m_tok.type == XmlTokenType::EndTag && m_tok.end - m_tok.start == name.size() + 3) {
-      m_out.append(m_text.data() + m_tok.start, name.size() + 3);  // written as "</name>" already
+      appendSource(m_tok.start, m_tok.start + name.size() + 3);  // written as "</name>" already
     } else {
-      m_out.append("</");
-      m_out.append(name.data(), name.size());
-      m_out.push_back('>');
+      std::string& out = buffer();
+      out.append("</");
+      out.append(name.data(), name.size());
+      out.push_back('>');
     }
     m_rendered.popScope();
     if (depth == m_apexDepth) {
@@ -227,27 +252,29 @@ bool XmlCanonWriter::writeStartTag(bool isApex) {
   if (!collectAttributes(isApex)) return false;
   if (appendSourceStartTag()) return true;
 
-  m_out.push_back('<');
-  m_out.append(m_tok.name.data(), m_tok.name.size());
+  std::string& out = buffer();
+
+  out.push_back('<');
+  out.append(m_tok.name.data(), m_tok.name.size());
   for (const auto& ns : m_nsOut) {
     if (ns.first.empty()) {
-      m_out.append(" xmlns=\"");
+      out.append(" xmlns=\"");
     } else {
-      m_out.append(" xmlns:");
-      m_out.append(ns.first.data(), ns.first.size());
-      m_out.append("=\"");
+      out.append(" xmlns:");
+      out.append(ns.first.data(), ns.first.size());
+      out.append("=\"");
     }
-    appendEscapedAttribute(m_out, *ns.second);
-    m_out.push_back('"');
+    appendEscapedAttribute(out, *ns.second);
+    out.push_back('"');
   }
   for (const OutAttr& a : m_attrs) {
-    m_out.push_back(' ');
-    m_out.append(a.qname.data(), a.qname.size());
-    m_out.append("=\"");
-    appendEscapedAttribute(m_out, a.value);
-    m_out.push_back('"');
+    out.push_back(' ');
+    out.append(a.qname.data(), a.qname.size());
+    out.append("=\"");
+    appendEscapedAttribute(out, a.value);
+    out.push_back('"');
   }
-  m_out.push_back('>');
+  out.push_back('>');
   return true;
 }
 
@@ -270,12 +297,12 @@ bool XmlCanonWriter::appendPlainStartTag() {
     at = a.end;
   }
   if (base[at] == '>') {
-    m_out.append(base + m_tok.start, at + 1 - m_tok.start);
+    appendSource(m_tok.start, at + 1);
     return true;
   }
   if (base[at] == '/' && base[at + 1] == '>') {
-    m_out.append(base + m_tok.start, at - m_tok.start);
-    m_out.push_back('>');
+    appendSource(m_tok.start, at);
+    buffer().push_back('>');
     return true;
   }
   return false;
@@ -300,12 +327,12 @@ bool XmlCanonWriter::appendSourceStartTag() {
   }
   if (at >= m_text.size()) return false;
   if (base[at] == '>') {
-    m_out.append(base + m_tok.start, at + 1 - m_tok.start);
+    appendSource(m_tok.start, at + 1);
     return true;
   }
   if (base[at] == '/' && at + 1 < m_text.size() && base[at + 1] == '>') {
-    m_out.append(base + m_tok.start, at - m_tok.start);
-    m_out.push_back('>');
+    appendSource(m_tok.start, at);
+    buffer().push_back('>');
     return true;
   }
   return false;
@@ -455,31 +482,40 @@ void XmlCanonWriter::writeMisc(const XmlToken& tok) {
     before = !m_rootSeen;
     after = m_rootClosed;
   }
-  if (after) m_out.push_back('\n');
+  std::string& out = buffer();
+  if (after) out.push_back('\n');
   if (isComment) {
-    m_out.append("<!--");
-    appendNormalizedLineEnds(m_out, tok.content);
-    m_out.append("-->");
+    out.append("<!--");
+    appendNormalizedLineEnds(out, tok.content);
+    out.append("-->");
   } else {
-    m_out.append("<?");
-    m_out.append(tok.name.data(), tok.name.size());
+    out.append("<?");
+    out.append(tok.name.data(), tok.name.size());
     if (!tok.content.empty()) {
-      m_out.push_back(' ');
-      appendNormalizedLineEnds(m_out, tok.content);
+      out.push_back(' ');
+      appendNormalizedLineEnds(out, tok.content);
     }
-    m_out.append("?>");
+    out.append("?>");
   }
-  if (before) m_out.push_back('\n');
+  if (before) out.push_back('\n');
 }
 
 bool XmlCanonWriter::writeText(const XmlToken& tok) {
   const bool isText = tok.type == XmlTokenType::Text;
-  const size_t mark = m_out.size();
-  if (appendEscapedRawText(m_out, tok.content, isText)) return true;
-  m_out.resize(mark);  // the text holds references: expand them first
+  const bool inSource = tok.content.data() >= m_text.data() &&
+                        tok.content.data() + tok.content.size() <= m_text.data() + m_text.size();
+  if (isText && inSource && isCanonicalTextAsWritten(tok.content)) {
+    const size_t from = static_cast<size_t>(tok.content.data() - m_text.data());
+    appendSource(from, from + tok.content.size());
+    return true;
+  }
+  std::string& out = buffer();
+  const size_t mark = out.size();
+  if (appendEscapedRawText(out, tok.content, isText)) return true;
+  out.resize(mark);  // the text holds references: expand them first
   m_textScratch.clear();
   if (!m_scanner.decodeText(tok.content, m_textScratch)) return failScanner();
-  appendEscapedText(m_out, m_textScratch);
+  appendEscapedText(out, m_textScratch);
   return true;
 }
 

@@ -84,10 +84,21 @@ class XmlCanonWriter {
   bool failScanner();
   bool inCut(size_t offset) const { return offset - m_opt.cutStart < m_opt.cutLength; }
   void flushToSink();
+  // Output that is the source's own bytes [from, to): consecutive ones join into one run,
+  // written (or handed to the sink) in one piece when other output follows.
+  void appendSource(size_t from, size_t to);
+  void flushRun();
+  // The output buffer, with any pending run written to it first.
+  std::string& buffer() {
+    if (m_runEnd != m_runStart) flushRun();
+    return m_out;
+  }
 
   std::string_view m_text;
   const CanonOptions& m_opt;
   std::string& m_out;
+  size_t m_runStart = 0;
+  size_t m_runEnd = 0;
   XmlScanner m_scanner;
   XmlToken m_tok;
 
