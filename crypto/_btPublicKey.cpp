@@ -130,7 +130,16 @@ bool _btPublicKey::loadAnyDer(const DataBuffer& der, LogBase& log) {
     log.LogError("The public key DER is empty.");
     return false;
   }
-  ossl::PkeyPtr key = decodeDer(der, "SubjectPublicKeyInfo");
+  // d2i_PUBKEY reads a SubjectPublicKeyInfo of the common key types directly; the decoder
+  // framework, which also knows the other forms, costs several times more per key.
+  ossl::PkeyPtr key;
+  {
+    const unsigned char* p = der.getData2();
+    const unsigned char* const end = p + der.getSize();
+    key.reset(d2i_PUBKEY(nullptr, &p, static_cast<long>(der.getSize())));
+    if (key && p != end) key.reset();  // trailing bytes: not a plain SubjectPublicKeyInfo
+  }
+  if (!key) key = decodeDer(der, "SubjectPublicKeyInfo");
   if (!key) key = decodeDer(der, nullptr);  // PKCS#1 RSAPublicKey and other key-specific forms
   if (!key) {
     const unsigned char* p = der.getData2();
