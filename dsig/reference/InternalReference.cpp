@@ -118,21 +118,17 @@ bool ClsXmlDSig::canonicalizeStep(ClsXml* transform, StringBuffer& data, const S
                                   const StringBuffer& uri, StreamedDigest* digest, LogBase& log) {
   std::function<void(std::string_view)> sink;
   if (digest) sink = [digest](std::string_view piece) { digest->write(piece); };
+  // In place, the input is the document less its cut-out span; otherwise the working text.
+  const bool inPlace = m_pipelineText.inPlace;
+  m_pipelineText.inPlace = false;
+  const StringBuffer& input = inPlace ? m_xmlSb : data;
+  const size_t cutStart = inPlace ? m_pipelineText.cutStart : 0;
+  const size_t cutLength = inPlace ? m_pipelineText.cutLength : 0;
   StringBuffer out;
-  bool ok;
-  if (m_pipelineText.inPlace) {
-    m_pipelineText.inPlace = false;
-    ok = canonicalizeTransformInput(transform, m_xmlSb, m_pipelineText.cutStart, m_pipelineText.cutLength,
-                                    algorithm, uri, out, sink, log);
-    // The SWIFT adjustment after the transforms needs the text itself: write it once more.
-    if (ok && digest && digest->sawSwiftSaaNamespace())
-      ok = canonicalizeTransformInput(transform, m_xmlSb, m_pipelineText.cutStart, m_pipelineText.cutLength,
-                                      algorithm, uri, out, {}, log);
-  } else {
-    ok = canonicalizeTransformInput(transform, data, 0, 0, algorithm, uri, out, sink, log);
-    if (ok && digest && digest->sawSwiftSaaNamespace())
-      ok = canonicalizeTransformInput(transform, data, 0, 0, algorithm, uri, out, {}, log);
-  }
+  bool ok = canonicalizeTransformInput(transform, input, cutStart, cutLength, algorithm, uri, out, sink, log);
+  // The SWIFT adjustment after the transforms needs the text itself: write it once more.
+  if (ok && digest && digest->sawSwiftSaaNamespace())
+    ok = canonicalizeTransformInput(transform, input, cutStart, cutLength, algorithm, uri, out, {}, log);
   if (!ok) return false;
   data.takeSb(out);
   return true;
