@@ -29,6 +29,11 @@ bool ClsXmlDSig::LoadSignatureBd(ClsBinData& xml) {
 
 namespace {
 
+// The tree reads m_xmlSb where it is (loadXmlBorrowed) instead of holding a second copy of a
+// possibly huge document. So every handle on it (the root and the signatures, and any taken
+// while an operation runs, which release theirs before returning) is dropped here, before
+// m_xmlSb is replaced, and in the destructor; GetKeyInfo, the one call that hands an element
+// to the caller, gives a handle on a tree of its own.
 void releaseDocument(ClsXml*& root, ExtPtrArrayRc& signatures, int32_t& selector) {
   selector = 0;
   if (root) {
@@ -61,7 +66,7 @@ bool ClsXmlDSig::loadSignature(XString& xml, LogBase& log) {
 
   m_xmlRoot = ClsXml::createNewCls();
   if (!m_xmlRoot) return false;
-  if (!m_xmlRoot->loadXml(m_xmlSb, false, log)) return false;
+  if (!m_xmlRoot->loadXmlBorrowed(m_xmlSb, log)) return false;
 
   m_xmlRoot->findSignatures(m_signatures, log);
   // A document without signatures still loads; NumSignatures tells the caller.
@@ -84,7 +89,7 @@ bool ClsXmlDSig::loadSignatureBd(ClsBinData& xml, LogBase& log) {
 
   m_xmlRoot = ClsXml::createNewCls();
   if (!m_xmlRoot) return false;
-  if (!m_xmlRoot->loadXml(m_xmlSb, false, log)) return false;
+  if (!m_xmlRoot->loadXmlBorrowed(m_xmlSb, log)) return false;
 
   m_xmlRoot->findSignatures(m_signatures, log);
   return true;

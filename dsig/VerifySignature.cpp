@@ -67,21 +67,22 @@ bool isSignatureStart(const std::vector<size_t>& sortedStarts, size_t start) {
   return std::binary_search(sortedStarts.begin(), sortedStarts.end(), start);
 }
 
-// Whether every element named `localName` (any prefix, any namespace) that starts before
-// `before` is acceptable: when `parentIsSignature`, its parent is one of the signatures,
-// otherwise it is one of them itself.
-bool allListedBefore(ClsXml& root, const char* localName, bool parentIsSignature,
-                     const std::vector<size_t>& signatureStarts, size_t before) {
-  RcPtr<ClsXml> element(root.searchForTag(nullptr, localName));
+// Whether every element named Signature, SignedInfo or SignatureValue (any prefix, any
+// namespace) that starts before `before` is acceptable: a Signature is one of the
+// signatures itself, a SignedInfo or SignatureValue has one of them as its parent. One walk
+// over the document checks all three names.
+bool allListedBefore(ClsXml& root, const std::vector<size_t>& signatureStarts, size_t before) {
+  const std::initializer_list<const char*> names = {"*:Signature", "*:SignedInfo", "*:SignatureValue"};
+  RcPtr<ClsXml> element(root.searchForAnyTag(nullptr, names));
   while (element && element->sourceStart() < before) {
     size_t start = element->sourceStart();
-    if (parentIsSignature) {
+    if (element->localNameView() != "Signature") {
       RcPtr<ClsXml> parent(element->getParent());
       if (!parent) return false;
       start = parent->sourceStart();
     }
     if (!isSignatureStart(signatureStarts, start)) return false;
-    element.reset(root.searchForTag(element.get(), localName));
+    element.reset(root.searchForAnyTag(element.get(), names));
   }
   return true;
 }
@@ -192,10 +193,7 @@ bool ClsXmlDSig::locateSignatureInTree(XmlSigLocate& locator, const StringBuffer
   if (!found) return false;
 
   const size_t before = found->sourceEnd();
-  if (!allListedBefore(*m_xmlRoot, "*:Signature", false, starts, before) ||
-      !allListedBefore(*m_xmlRoot, "*:SignedInfo", true, starts, before) ||
-      !allListedBefore(*m_xmlRoot, "*:SignatureValue", true, starts, before))
-    return false;
+  if (!allListedBefore(*m_xmlRoot, starts, before)) return false;
 
   locator.m_sigStart = static_cast<unsigned>(found->sourceStart());
   locator.m_sigLength = static_cast<unsigned>(found->sourceEnd() - found->sourceStart());

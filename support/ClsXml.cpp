@@ -4,7 +4,9 @@
 // their output; getChildContentUtf8 and getXml append, as their callers expect.
 #include "support/ClsXml.h"
 
+#include <algorithm>
 #include <new>
+#include <vector>
 
 #include "support/LogBase.h"
 #include "support/XString.h"
@@ -21,13 +23,53 @@ constexpr std::string_view kXmlDsigNamespace = "http://www.w3.org/2000/09/xmldsi
 
 std::string_view viewOf(const char* s) { return s ? std::string_view(s) : std::string_view(); }
 
-// "*" matches any name, "*:local" a local name with any prefix or none, anything else
-// the qualified name exactly.
-bool nameMatches(std::string_view qname, std::string_view pattern) {
-  if (pattern == "*") return true;
-  if (pattern.size() >= 2 && pattern[0] == '*' && pattern[1] == ':') return xml::localNameOf(qname) == pattern.substr(2);
-  return qname == pattern;
+// Whether the local name of qname (what follows its first ':', or all of it) is `local`.
+// The tail is compared first and the prefix looked at only when it matches, so that a walk
+// over every element of a large document costs a length check and a byte compare per tag.
+bool hasLocalName(std::string_view qname, std::string_view local) {
+  if (local.empty()) return qname.find(':') == qname.size() - 1;  // "" or "prefix:"
+  if (qname.size() < local.size()) return false;
+  const size_t prefixEnd = qname.size() - local.size();
+  if (qname.back() != local.back() || qname.compare(prefixEnd, local.size(), local) != 0) return false;
+  if (prefixEnd == 0) return local.find(':') == std::string_view::npos;
+  return qname[prefixEnd - 1] == ':' && qname.substr(0, prefixEnd - 1).find(':') == std::string_view::npos;
 }
+
+// A tag pattern: "*" matches any name, "*:local" a local name with any prefix or none,
+// anything else the qualified name exactly. Classified once per lookup, not per element;
+// an element is tested first on the tail of its tag kept in its node, and its tag is read
+// from the text only when that tail fits.
+struct TagPattern {
+  enum Kind { kAny, kLocal, kExact } kind = kAny;
+  std::string_view name;
+  uint32_t tail = 0;      // tagTailOf(name)
+  uint32_t tailMask = 0;  // the bytes of a tag's tail that name fixes
+
+  constexpr TagPattern() = default;
+  constexpr explicit TagPattern(std::string_view pattern) {
+    if (pattern == "*") return;
+    const bool local = pattern.size() >= 2 && pattern[0] == '*' && pattern[1] == ':';
+    kind = local ? kLocal : kExact;
+    name = local ? pattern.substr(2) : pattern;
+    tail = xml::tagTailOf(name);
+    tailMask = name.size() >= 4 ? 0xFFFFFFFFu : (1u << (8 * name.size())) - 1;
+  }
+  bool matches(std::string_view qname) const {
+    switch (kind) {
+      case kAny: return true;
+      case kLocal: return hasLocalName(qname, name);
+      default: return qname == name;
+    }
+  }
+  bool matches(const XmlTree& tree, const XmlNode& node) const {
+    if (kind == kAny) return true;
+    if ((node.tagTail & tailMask) != tail || node.tagLength < name.size()) return false;
+    if (kind == kExact && node.tagLength != name.size()) return false;
+    return matches(tree.tagOf(node));
+  }
+};
+
+bool nameMatches(std::string_view qname, std::string_view pattern) { return TagPattern(pattern).matches(qname); }
 
 // Whole-value match where '*' stands for any run of bytes; greedy with one
 // backtracking point, so linear in practice.
@@ -82,29 +124,33 @@ bool parseStep(std::string_view step, int handleI, PathStep& out) {
 
 XmlNode* nthMatchingChild(XmlTree& tree, const XmlNode& node, std::string_view tag, long n) {
   if (n < 0) return nullptr;
+  const TagPattern pattern(tag);
   for (uint32_t i = 0; i < node.numChildren; ++i) {
     XmlNode* c = tree.child(node, i);
-    if (nameMatches(tree.tagOf(*c), tag) && n-- == 0) return c;
+    if (pattern.matches(tree, *c) && n-- == 0) return c;
   }
   return nullptr;
 }
 
-bool isXmlDsigElement(const XmlTree& tree, const XmlNode& node, std::string_view localName) {
-  const std::string_view tag = tree.tagOf(node);
-  if (xml::localNameOf(tag) != localName) return false;
+bool isXmlDsigElement(const XmlTree& tree, const XmlNode& node, const TagPattern& name) {
+  if (!name.matches(tree, node)) return false;
   std::string uri;
-  return tree.namespaceOf(node, xml::prefixOf(tag), uri) && uri == kXmlDsigNamespace;
+  return tree.namespaceOf(node, xml::prefixOf(tree.tagOf(node)), uri) && uri == kXmlDsigNamespace;
 }
+
+constexpr TagPattern kSignature("*:Signature");
+constexpr TagPattern kSignedInfo("*:SignedInfo");
+constexpr TagPattern kSignatureValue("*:SignatureValue");
 
 // A Signature of the XML-Signature namespace, or an element of any name (EBICS
 // AuthSignature) holding a SignedInfo and a SignatureValue of that namespace.
 bool isSignatureElement(const XmlTree& tree, const XmlNode& node) {
-  if (isXmlDsigElement(tree, node, "Signature")) return true;
+  if (isXmlDsigElement(tree, node, kSignature)) return true;
   bool signedInfo = false, signatureValue = false;
   for (uint32_t i = 0; i < node.numChildren && !(signedInfo && signatureValue); ++i) {
     const XmlNode& c = *tree.child(node, i);
-    if (!signedInfo && isXmlDsigElement(tree, c, "SignedInfo")) signedInfo = true;
-    else if (!signatureValue && isXmlDsigElement(tree, c, "SignatureValue")) signatureValue = true;
+    if (!signedInfo && isXmlDsigElement(tree, c, kSignedInfo)) signedInfo = true;
+    else if (!signatureValue && isXmlDsigElement(tree, c, kSignatureValue)) signatureValue = true;
   }
   return signedInfo && signatureValue;
 }
@@ -154,12 +200,56 @@ bool ClsXml::loadXmlShared(std::shared_ptr<const std::string> text, LogBase& log
               log);
 }
 
+bool ClsXml::loadXmlBorrowed(const StringBuffer& text, LogBase& log) {
+  const std::string_view view = text.view();
+  return load([view](XmlTree& tree, std::string& error) { return tree.parseBorrowed(view, error); }, log);
+}
+
+ClsXml* ClsXml::handleOwningText() {
+  if (!m_node) return nullptr;
+  ClsXml* handle = nullptr;
+  if (!m_tree->borrowsText()) {
+    handle = createNewCls(m_tree, m_node);
+  } else {
+    try {
+      // The same text gives the same tree, so the element keeps its index.
+      auto copy = std::make_shared<XmlTree>();
+      std::string error;
+      if (!copy->parse(m_tree->text(), error)) return nullptr;
+      handle = createNewCls(copy, copy->nodeAt(m_tree->indexOf(*m_node)));
+    } catch (const std::bad_alloc&) {
+      return nullptr;
+    }
+  }
+  if (handle) handle->m_i = m_i;
+  return handle;
+}
+
 bool ClsXml::findSignatures(ExtPtrArrayRc& out, LogBase& /*log*/) {
   if (!m_node) return true;
-  for (uint32_t i = m_node->index; i < m_node->subtreeEnd; ++i) {
-    XmlNode* node = m_tree->nodeAt(i);
-    if (!isSignatureElement(*m_tree, *node)) continue;
-    ClsXml* handle = createNewCls(m_tree, node);
+  // Each element's own name is looked at once: a Signature is tested where it stands, an
+  // element of another name (EBICS) when one of its SignedInfo or SignatureValue children
+  // comes by. That finds a parent after its later siblings, so the finds are sorted.
+  const uint32_t begin = m_tree->indexOf(*m_node);
+  std::vector<uint32_t> found;
+  try {
+    for (uint32_t i = begin; i < m_node->subtreeEnd; ++i) {
+      const XmlNode& node = *m_tree->nodeAt(i);
+      uint32_t candidate = xml::kNoIndex;
+      if (kSignature.matches(*m_tree, node))
+        candidate = i;
+      else if (kSignedInfo.matches(*m_tree, node) || kSignatureValue.matches(*m_tree, node))
+        candidate = node.parent;
+      if (candidate == xml::kNoIndex || candidate < begin) continue;
+      if (isSignatureElement(*m_tree, *m_tree->nodeAt(candidate))) found.push_back(candidate);
+    }
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  std::sort(found.begin(), found.end());
+  found.erase(std::unique(found.begin(), found.end()), found.end());
+  for (uint32_t index : found) {
+    ClsXml* handle = createNewCls(m_tree, m_tree->nodeAt(index));
     if (!handle) return false;
     out.appendRefCounted(handle);
   }
@@ -195,10 +285,10 @@ ClsXml* ClsXml::getNthChildWithTagUtf8(const char* tag, int n, LogBase& /*log*/)
 
 int ClsXml::numChildrenHavingTagUtf8(const char* tag, LogBase& /*log*/) {
   if (!m_node) return 0;
-  const std::string_view pattern = viewOf(tag);
+  const TagPattern pattern(viewOf(tag));
   int count = 0;
   for (uint32_t i = 0; i < m_node->numChildren; ++i)
-    if (nameMatches(m_tree->tagOf(*m_tree->child(*m_node, i)), pattern)) ++count;
+    if (pattern.matches(*m_tree, *m_tree->child(*m_node, i))) ++count;
   return count;
 }
 
@@ -309,24 +399,32 @@ ClsXml* ClsXml::getParent() {
   return parent ? createNewCls(m_tree, parent) : nullptr;
 }
 
+bool ClsXml::searchRange(const ClsXml* after, uint32_t& begin, uint32_t& end) const {
+  if (!m_node) return false;
+  begin = m_tree->indexOf(*m_node);
+  end = m_node->subtreeEnd;
+  if (after) {
+    if (after->m_tree != m_tree || !after->m_node) return false;
+    const uint32_t afterIndex = m_tree->indexOf(*after->m_node);
+    if (afterIndex < begin || afterIndex + 1 > end) return false;
+    begin = afterIndex + 1;
+  }
+  return true;
+}
+
 // Pre-order walk of this element's subtree (the element included); with `after`, the
 // walk resumes just after that element in document order.
 XmlNode* ClsXml::searchFrom(const ClsXml* after, std::string_view tag, const char* attr,
                             const char* valuePattern) const {
-  if (!m_node) return nullptr;
-  uint32_t begin = m_node->index;
-  const uint32_t end = m_node->subtreeEnd;
-  if (after) {
-    if (after->m_tree != m_tree || !after->m_node) return nullptr;
-    begin = after->m_node->index + 1;
-    if (after->m_node->index < m_node->index || begin > end) return nullptr;
-  }
+  uint32_t begin = 0, end = 0;
+  if (!searchRange(after, begin, end)) return nullptr;
+  const TagPattern tagPattern(tag);
   const std::string_view attrPattern = viewOf(attr);
   const std::string_view pattern = valuePattern ? std::string_view(valuePattern) : std::string_view("*");
   std::string value;
   for (uint32_t i = begin; i < end; ++i) {
     XmlNode* node = m_tree->nodeAt(i);
-    if (!nameMatches(m_tree->tagOf(*node), tag)) continue;
+    if (!tagPattern.matches(*m_tree, *node)) continue;
     if (!attr) return node;
     for (uint32_t k = 0; k < node->numAttributes; ++k) {
       const XmlTreeAttribute* a = m_tree->attribute(*node, k);
@@ -342,6 +440,22 @@ XmlNode* ClsXml::searchFrom(const ClsXml* after, std::string_view tag, const cha
 ClsXml* ClsXml::searchForTag(ClsXml* after, const char* path) {
   XmlNode* node = searchFrom(after, viewOf(path), nullptr, nullptr);
   return node ? createNewCls(m_tree, node) : nullptr;
+}
+
+ClsXml* ClsXml::searchForAnyTag(ClsXml* after, std::initializer_list<const char*> tags) {
+  uint32_t begin = 0, end = 0;
+  if (!searchRange(after, begin, end)) return nullptr;
+  constexpr size_t kMaxPatterns = 8;
+  if (tags.size() > kMaxPatterns) return nullptr;
+  TagPattern patterns[kMaxPatterns];
+  size_t count = 0;
+  for (const char* tag : tags) patterns[count++] = TagPattern(viewOf(tag));
+  for (uint32_t i = begin; i < end; ++i) {
+    XmlNode* node = m_tree->nodeAt(i);
+    for (size_t p = 0; p < count; ++p)
+      if (patterns[p].matches(*m_tree, *node)) return createNewCls(m_tree, node);
+  }
+  return nullptr;
 }
 
 ClsXml* ClsXml::searchForAttribute(ClsXml* after, const char* tag, const char* attr, bool /*flag*/,

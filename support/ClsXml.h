@@ -10,6 +10,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -38,6 +40,15 @@ class ClsXml : public RefCountedObject {
   // As loadXml, without copying the text: the tree shares it with the caller and keeps
   // it alive while any handle on the tree lives. The caller must not modify it.
   bool loadXmlShared(std::shared_ptr<const std::string> text, LogBase& log);
+  // As loadXml, reading the caller's text where it is, without a copy. Internal contract:
+  // the caller keeps `text` alive and unchanged until the last handle on the tree is
+  // released, and therefore never hands a handle of this tree to code that could keep it
+  // longer (it gives out handleOwningText() instead).
+  bool loadXmlBorrowed(const StringBuffer& text, LogBase& log);
+  // A new handle on this element that does not depend on borrowed text: a handle of the
+  // same tree when the tree owns or shares its text, else a handle on the same element of
+  // a new tree parsed from a copy of the text. Null when empty or out of memory.
+  ClsXml* handleOwningText();
 
   // Appends a new handle on every element named Signature (any prefix) of the
   // XML-Signature namespace, plus every element whose direct children include a
@@ -81,6 +92,9 @@ class ClsXml : public RefCountedObject {
   ClsXml* getParent();
 
   ClsXml* searchForTag(ClsXml* after, const char* path);
+  // As searchForTag, for the next element that matches any one of the tag patterns, so
+  // that one walk serves several names.
+  ClsXml* searchForAnyTag(ClsXml* after, std::initializer_list<const char*> tags);
   ClsXml* searchForAttribute(ClsXml* after, const char* tag, const char* attr, bool flag,
                              const char* valuePattern);
 
@@ -100,6 +114,9 @@ class ClsXml : public RefCountedObject {
   template <typename Parse>
   bool load(Parse&& parse, LogBase& log);
   xml::XmlNode* resolvePath(std::string_view path) const;
+  // The node index range [begin, end) of this element's subtree, or of what follows
+  // `after` in it; false when there is nothing to walk.
+  bool searchRange(const ClsXml* after, uint32_t& begin, uint32_t& end) const;
   xml::XmlNode* searchFrom(const ClsXml* after, std::string_view tag, const char* attr,
                            const char* valuePattern) const;
   std::shared_ptr<xml::XmlTree> m_tree;

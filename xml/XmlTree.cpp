@@ -70,6 +70,7 @@ void XmlTree::clear() {
   m_dtd = XmlDtd();
   m_text.reset();
   m_view = std::string_view();
+  m_borrowed = false;
 }
 
 bool XmlTree::parse(std::string_view text, std::string& error) {
@@ -84,13 +85,25 @@ bool XmlTree::parse(std::string_view text, std::string& error) {
 bool XmlTree::parseShared(std::shared_ptr<const std::string> text, std::string& error) {
   clear();
   if (!text) text = std::make_shared<const std::string>();
+  const std::string_view view = *text;
+  m_text = std::move(text);
+  return buildOn(view, error);
+}
+
+bool XmlTree::parseBorrowed(std::string_view text, std::string& error) {
+  clear();
+  m_borrowed = true;
+  return buildOn(text, error);
+}
+
+bool XmlTree::buildOn(std::string_view text, std::string& error) {
   // Offsets are kept in 32 bits, which keeps the nodes small.
-  if (text->size() >= std::numeric_limits<uint32_t>::max()) {
+  if (text.size() >= std::numeric_limits<uint32_t>::max()) {
+    clear();
     error = "documents of 4 GiB or more are not supported";
     return false;
   }
-  m_text = std::move(text);
-  m_view = *m_text;
+  m_view = text;
   if (build(error)) return true;
   clear();
   return false;
@@ -121,7 +134,7 @@ bool XmlTree::build(std::string& error) {
         XmlNode& node = m_nodes.emplace_back();
         node.start = static_cast<uint32_t>(tok.start);
         node.tagLength = static_cast<uint32_t>(tok.name.size());
-        node.index = index;
+        node.tagTail = tagTailOf(tok.name);
         if (!open.empty()) {
           node.parent = open.back().node;
           ++m_nodes[node.parent].numChildren;
@@ -192,9 +205,10 @@ void XmlTree::buildChildTable() {
   size_t total = m_nodes.empty() ? 0 : m_nodes.size() - 1;  // every node but the root is a child
   m_children.resize(total);
   uint32_t slot = 0;
-  for (XmlNode& node : m_nodes) {
+  for (uint32_t index = 0; index < m_nodes.size(); ++index) {
+    XmlNode& node = m_nodes[index];
     node.firstChildSlot = slot;
-    for (uint32_t c = node.index + 1; c < node.subtreeEnd; c = m_nodes[c].subtreeEnd) m_children[slot++] = c;
+    for (uint32_t c = index + 1; c < node.subtreeEnd; c = m_nodes[c].subtreeEnd) m_children[slot++] = c;
   }
 }
 

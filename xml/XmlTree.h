@@ -1,5 +1,5 @@
 // The parsed element tree behind ClsXml handles. The tree holds the text (its own copy,
-// or one shared with the caller) and keeps its nodes in an arena in document order
+// or one shared with the caller) or borrows it from an owner that outlives it, and keeps its nodes in an arena in document order
 // (pre-order), so a subtree is a range of node indices and every walk is a plain loop.
 // Nodes are small fixed-size records of 32-bit offsets and indices; names, attribute
 // values and text stay views into the text and are decoded on demand with the
@@ -35,10 +35,21 @@ struct XmlTextPiece {
   bool cdata = false;
 };
 
+// The last four bytes of a tag name (all of a shorter one), the last byte lowest, so that a
+// walk testing names can turn most elements away from the node alone, without reading the
+// tag in the text (a cache miss per element in a large document).
+constexpr uint32_t tagTailOf(std::string_view name) {
+  uint32_t tail = 0;
+  const size_t n = name.size() < 4 ? name.size() : 4;
+  for (size_t k = 0; k < n; ++k)
+    tail |= static_cast<uint32_t>(static_cast<unsigned char>(name[name.size() - 1 - k])) << (8 * k);
+  return tail;
+}
+
 struct XmlNode {
   uint32_t start = 0;         // offset of '<' of the start tag; the tag name follows it
   uint32_t end = 0;           // offset just past the end tag (or "/>")
-  uint32_t index = 0;         // position in document order
+  uint32_t tagTail = 0;       // tagTailOf(the tag name)
   uint32_t subtreeEnd = 0;    // index just past the last descendant
   uint32_t parent = kNoIndex;   // index of the parent element (none for the root)
   uint32_t firstChildSlot = 0;  // into the tree's child table
@@ -60,11 +71,20 @@ class XmlTree {
   bool parse(std::string_view text, std::string& error);
   // Parses text without copying it: the tree keeps the shared text alive.
   bool parseShared(std::shared_ptr<const std::string> text, std::string& error);
+  // Parses text where it is, neither copying nor owning it. Contract: the caller keeps
+  // the text alive and unchanged for as long as the tree exists, i.e. until the last
+  // handle on it is released. For an owner that already holds the document (the
+  // verifier), whose copy would otherwise double the memory of a large document.
+  bool parseBorrowed(std::string_view text, std::string& error);
+  // Whether the text belongs to someone else (parseBorrowed).
+  bool borrowsText() const { return m_borrowed; }
 
   bool empty() const { return m_nodes.empty(); }
   XmlNode* root() { return m_nodes.empty() ? nullptr : &m_nodes.front(); }
   size_t nodeCount() const { return m_nodes.size(); }
   XmlNode* nodeAt(uint32_t index) { return index < m_nodes.size() ? &m_nodes[index] : nullptr; }
+  // Position of a node of this tree in document order.
+  uint32_t indexOf(const XmlNode& node) const { return static_cast<uint32_t>(&node - m_nodes.data()); }
   std::string_view text() const { return m_view; }
   const XmlDtd& dtd() const { return m_dtd; }
 
@@ -102,11 +122,13 @@ class XmlTree {
 
  private:
   bool build(std::string& error);
+  bool buildOn(std::string_view text, std::string& error);
   void clear();
   void buildChildTable();
 
   std::shared_ptr<const std::string> m_text;
-  std::string_view m_view;  // all of *m_text
+  std::string_view m_view;  // all of *m_text, or the borrowed text
+  bool m_borrowed = false;
   std::vector<XmlNode> m_nodes;
   std::vector<XmlTreeAttribute> m_attributes;
   std::vector<XmlTextPiece> m_texts;

@@ -272,7 +272,10 @@ ClsXml* ClsXmlDSig::getKeyInfo(LogBase& log) {
 
 ClsXml* ClsXmlDSig::GetKeyInfo() {
   OperationFrame frame(*this, "GetKeyInfo", true);
-  return getKeyInfo(m_log);
+  // The caller may keep the handle after the document is reloaded or the verifier is gone,
+  // so it must not read the verifier's text.
+  RcPtr<ClsXml> keyInfo(getKeyInfo(m_log));
+  return keyInfo ? keyInfo->handleOwningText() : nullptr;
 }
 
 bool ClsXmlDSig::publicKeyFromKeyInfo(ClsXml* keyInfo, ExtPtrArrayRc& keys, LogBase& log) {

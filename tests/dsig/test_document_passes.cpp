@@ -115,9 +115,11 @@ TEST(TreeLocate, LeavesToTheScanWhatTheTreeCannotDecide) {
       "</Signature>" + real + "</r>";
   const std::string halfEbics = "<r><x Id=\"s1\"><ds:SignatureValue " + std::string(kDsNs) + ">c2ln</ds:SignatureValue></x>" +
                                 real + "</r>";
+  const std::string halfSignedInfo = "<r><x Id=\"s1\"><ds:SignedInfo " + std::string(kDsNs) +
+                                     "/></x>" + real + "</r>";
   const std::string nested = "<r>" + digestSignature("outer", "T1VU", "<ds:Object>" + real + "</ds:Object>") + "</r>";
   const std::string withDtd = "<!DOCTYPE r [<!ATTLIST ds:Signature Id ID #IMPLIED>]><r>" + real + "</r>";
-  for (const std::string& doc : {lenient, halfEbics, nested, withDtd}) {
+  for (const std::string& doc : {lenient, halfEbics, halfSignedInfo, nested, withDtd}) {
     auto dsig = loaded(doc);
     ASSERT_TRUE(dsig) << doc;
     XmlSigLocate loc;

@@ -96,9 +96,31 @@ TEST(VerifierObject, DestructionReleasesTreeSignaturesAndKeysOnce) {
   d.reset();
   for (ClsXml* x : held) EXPECT_EQ(x->getRefCount(), 1);
   EXPECT_EQ(keysDestroyed, 2);
-  // The handles still read their tree after the verifier is gone.
-  StringBuffer id;
-  EXPECT_TRUE(held[2]->getAttrValue("Id", id));
-  EXPECT_STREQ(id.getString(), "b");
   for (ClsXml* x : held) x->decRefCount();
+}
+
+// The verifier's tree reads its copy of the document in place; the KeyInfo handed to the
+// caller must not, since it may outlive that text.
+TEST(VerifierObject, KeyInfoHandedOutOutlivesReloadAndVerifier) {
+  const auto document = [](const std::string& id, const std::string& keyName) {
+    return "<root>" + signatureXml(id, 1, "<ds:KeyInfo><ds:KeyName>" + keyName + "</ds:KeyName></ds:KeyInfo>") +
+           "</root>";
+  };
+  DSigPtr d = newVerifier();
+  ASSERT_TRUE(loadText(*d, document("a", "k1")));
+  RcPtr<ClsXml> keyInfo(d->GetKeyInfo());
+  ASSERT_TRUE(keyInfo);
+  const size_t start = keyInfo->sourceStart();
+  // A document of the same length: its text takes the place of the first one's.
+  ASSERT_TRUE(loadText(*d, document("b", "k2")));
+  d.reset();
+
+  StringBuffer text;
+  EXPECT_TRUE(keyInfo->getChildContentUtf8("*:KeyName", text, false));
+  EXPECT_EQ(text.str(), "k1");
+  EXPECT_EQ(keyInfo->sourceStart(), start);
+  RcPtr<ClsXml> signature(keyInfo->getParent());
+  ASSERT_TRUE(signature);
+  EXPECT_TRUE(signature->getAttrValue("Id", text));
+  EXPECT_EQ(text.str(), "a");
 }

@@ -1,6 +1,7 @@
 // The ClsXml tree: tag paths, content and attributes, searches, handle lifetime, and
 // finding signatures; the reference-counted array that holds them.
 #include <cctype>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -160,6 +161,60 @@ TEST(ClsXml, SearchesWalkTheSubtreeInDocumentOrder) {
   EXPECT_EQ(tagOf(RcPtr<ClsXml>(body->searchForTag(nullptr, "Id")).get()), "Id");
 }
 
+TEST(ClsXml, LocalNamesFollowTheFirstColon) {
+  RcPtr<ClsXml> root = load(
+      "<r><Signature n=\"1\"/><ds:Signature n=\"2\"/><a:b:Signature n=\"3\"/><xSignature n=\"4\"/>"
+      "<ds:SignatureX n=\"5\"/><ds:SignedInfo n=\"6\"/><ure n=\"7\"/><p: n=\"8\"/></r>");
+  ASSERT_TRUE(root);
+  const auto found = [&](std::initializer_list<const char*> tags) {
+    std::string ns;
+    for (RcPtr<ClsXml> e(root->searchForAnyTag(nullptr, tags)); e; e.reset(root->searchForAnyTag(e.get(), tags)))
+      ns += attrOf(e.get(), "n");
+    return ns;
+  };
+  LogNull log;
+  EXPECT_EQ(found({"*:Signature"}), "12");  // "a:b:Signature" has the local name "b:Signature"
+  EXPECT_EQ(root->numChildrenHavingTagUtf8("*:Signature", log), 2);
+  EXPECT_EQ(found({"*:b:Signature"}), "3");
+  EXPECT_EQ(found({"*:SignedInfo", "*:Signature", "ure"}), "1267");
+  EXPECT_EQ(found({"Signature", "*:"}), "18");
+  EXPECT_EQ(found({"*:ure", "ds:Signatur"}), "7");
+  EXPECT_EQ(tagOf(RcPtr<ClsXml>(root->getChildWithTagUtf8("*:SignatureX")).get()), "ds:SignatureX");
+}
+
+// The verifier's mode: the tree reads the caller's text in place, and a handle meant to
+// outlive that text is moved onto a tree of its own.
+TEST(ClsXml, BorrowedTextAndHandlesThatOwnTheirs) {
+  auto text = std::make_unique<StringBuffer>(kKeyInfoDoc);
+  RcPtr<ClsXml> root(ClsXml::createNewCls());
+  LogNull log;
+  ASSERT_TRUE(root->loadXmlBorrowed(*text, log));
+  RcPtr<ClsXml> certs(root->getChildWithTagUtf8("*:KeyInfo|ds:X509Data"));
+  ASSERT_TRUE(certs);
+  certs->put_I(2);
+  RcPtr<ClsXml> own(certs->handleOwningText());
+  ASSERT_TRUE(own);
+  // Moved onto a handle of an owning tree, a handle stays on that tree.
+  RcPtr<ClsXml> again(own->handleOwningText());
+  ASSERT_TRUE(again);
+  root.reset();
+  certs.reset();
+  text.reset();
+
+  EXPECT_EQ(contentOf(own.get(), "*:X509Certificate[i]"), "c3");
+  EXPECT_EQ(contentOf(again.get(), "*:X509SKI"), "sk1");
+  EXPECT_EQ(own->sourceStart(), std::string(kKeyInfoDoc).find("<ds:X509Data>"));
+  RcPtr<ClsXml> keyInfo(own->getParent());
+  EXPECT_EQ(tagOf(keyInfo.get()), "ds:KeyInfo");
+  EXPECT_EQ(contentOf(keyInfo.get(), "X509Data|X509SubjectName"), "CN=x");
+
+  _btLogger errors;
+  RcPtr<ClsXml> bad(ClsXml::createNewCls());
+  EXPECT_FALSE(bad->loadXmlBorrowed(StringBuffer("<a><b></a>"), errors));
+  EXPECT_TRUE(bad->isEmptyHandle());
+  EXPECT_EQ(RcPtr<ClsXml>(bad->handleOwningText()).get(), nullptr);
+}
+
 TEST(ClsXml, HandlesKeepTheirTreeAcrossReloadsAndFailedLoadsExplain) {
   _btLogger log;
   RcPtr<ClsXml> root = loadTree(kKeyInfoDoc, log);
@@ -203,6 +258,10 @@ TEST(ClsXml, FindSignaturesByNamespaceInDocumentOrder) {
       "<f:Signature Id=\"fake\"/><Signature Id=\"nons\"/>"
       "<eb:AuthSignature xmlns:eb=\"urn:ebics\" Id=\"s3\"><ds:SignedInfo/><ds:SignatureValue/></eb:AuthSignature>"
       "<Half Id=\"half\"><ds:SignedInfo/></Half>"
+      // Found once, though both its name and its children qualify it.
+      "<f:Signature Id=\"s4\"><ds:SignatureValue/><ds:SignedInfo/></f:Signature>"
+      // The holder comes before the signature nested in it, which precedes its SignedInfo.
+      "<eb:Auth xmlns:eb=\"urn:ebics\" Id=\"s5\"><ds:Signature Id=\"s6\"/><ds:SignatureValue/><ds:SignedInfo/></eb:Auth>"
       "</root>";
   RcPtr<ClsXml> root = load(doc);
   ASSERT_TRUE(root);
@@ -211,7 +270,7 @@ TEST(ClsXml, FindSignaturesByNamespaceInDocumentOrder) {
   ASSERT_TRUE(root->findSignatures(sigs, log));
   std::vector<std::string> ids;
   for (int i = 0; i < sigs.getSize(); ++i) ids.push_back(attrOf(static_cast<ClsXml*>(sigs.elementAt(i)), "Id"));
-  EXPECT_EQ(ids, (std::vector<std::string>{"s1", "s2", "s3"}));
+  EXPECT_EQ(ids, (std::vector<std::string>{"s1", "s2", "s3", "s4", "s5", "s6"}));
 
   // The array owns one reference per slot and hands it back on replace and remove.
   EXPECT_EQ(sigs.elementAt(-1), nullptr);
