@@ -118,6 +118,18 @@ TEST(XmlScanner, MalformedDocumentsFailWithLocatedMessages) {
       {"<a><-b/></a>", "line 1, column 4: '<' must start a tag; write &lt; for a literal '<'"},
   };
   for (const auto& c : cases) EXPECT_EQ(scanError(c.first), c.second) << c.first;
+
+  // Text runs are crossed in blocks: a bad '&' is found at every position of a block, also
+  // when the '<' that ends the text lies in the same block; an end tag that only begins
+  // with the open element's name does not match it.
+  for (size_t pad = 0; pad < 40; ++pad) {
+    const std::string text(pad, 'x');
+    EXPECT_EQ(scanError("<a>" + text + "& <b/></a>"),
+              "line 1, column " + std::to_string(4 + pad) + ": '&' must start a reference; write &amp; for a literal '&'");
+    EXPECT_EQ(scanError("<a>" + text + "&amp;" + text + "</a>"), "");
+  }
+  EXPECT_EQ(scanError("<a></ab>"), "line 1, column 4: end tag </ab> does not match start tag <a>");
+  EXPECT_EQ(scanError("<ab></a>"), "line 1, column 5: end tag </a> does not match start tag <ab>");
 }
 
 TEST(XmlScanner, ExpandsReferencesAndNormalisesText) {
