@@ -47,4 +47,9 @@ std::string makeTempDir(const std::string& tag) {
   return made ? std::string(made) : std::string();
 }
 
+TempDir::~TempDir() {
+  std::error_code ec;
+  if (!path.empty()) fs::remove_all(path, ec);
+}
+
 }  // namespace testsupport

@@ -17,6 +17,15 @@ bool writeFile(const std::string& path, const std::string& data);
 // A fresh empty temporary directory, removed by the caller if it wishes.
 std::string makeTempDir(const std::string& tag);
 
+// A fresh temporary directory, removed with its contents when the object goes.
+struct TempDir {
+  explicit TempDir(const std::string& tag) : path(makeTempDir(tag)) {}
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string path;
+};
+
 }  // namespace testsupport
 
 // Skips the current test with a clear message when the shared corpus is not beside the checkout.

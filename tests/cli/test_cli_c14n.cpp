@@ -16,7 +16,8 @@ clirun::RunResult runC14n(const std::string& arguments) { return clirun::xmldsig
 }  // namespace
 
 TEST(CliC14n, DocumentsFragmentsAndFailures) {
-  const std::string dir = testsupport::makeTempDir("cli-c14n");
+  const testsupport::TempDir temp("cli-c14n");
+  const std::string& dir = temp.path;
   ASSERT_FALSE(dir.empty());
   const std::string doc = dir + "/doc.xml";
   ASSERT_TRUE(testsupport::writeFile(

@@ -12,6 +12,7 @@
 
 #include "CliRun.h"
 #include "TestSupport.h"
+#include "support/SupportTestHelpers.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -115,8 +116,8 @@ TEST(CliInfo, DescribesTheBundledExamples) {
   EXPECT_EQ(lines[0]["file"], signedDoc);
 
   // Standard input, and -o.
-  const std::string dir = testsupport::makeTempDir("cli-out");
-  const std::string outFile = dir + "/info.jsonl";
+  const testsupport::TempDir dir("cli-out");
+  const std::string outFile = dir.path + "/info.jsonl";
   r = runShell("cat " + quote(signedDoc) + " | " + binary() + " info --json -o " + quote(outFile) + " -");
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_TRUE(r.out.empty());
@@ -124,7 +125,6 @@ TEST(CliInfo, DescribesTheBundledExamples) {
   ASSERT_EQ(fromStdin.size(), 1u);
   EXPECT_EQ(fromStdin[0]["file"], "-");
   EXPECT_EQ(fromStdin[0]["signatures"][0]["id"], "invoice-signature");
-  fs::remove_all(dir);
 
   // --log shows the verifier's own record of the load.
   r = xmldsig("info --log " + quote(signedDoc));
@@ -132,10 +132,10 @@ TEST(CliInfo, DescribesTheBundledExamples) {
 }
 
 TEST(CliInfo, ReportsDocumentsThatDoNotLoad) {
-  const std::string dir = testsupport::makeTempDir("cli-bad");
-  const std::string bad = dir + "/bad.xml";
+  const testsupport::TempDir dir("cli-bad");
+  const std::string bad = dir.path + "/bad.xml";
   testsupport::writeFile(bad, "<a>\n  <b></a>\n");
-  RunResult r = xmldsig("info --json " + quote(bad) + " " + quote(dir + "/missing.xml") + " " +
+  RunResult r = xmldsig("info --json " + quote(bad) + " " + quote(dir.path + "/missing.xml") + " " +
                         quote(example("invoice-signed.xml")));
   EXPECT_EQ(r.exitCode, 2);
   const std::vector<json> lines = jsonLines(r.out);
@@ -146,7 +146,6 @@ TEST(CliInfo, ReportsDocumentsThatDoNotLoad) {
   EXPECT_NE(lines[1]["error"].get<std::string>().find("missing.xml"), std::string::npos);
   EXPECT_TRUE(lines[2]["loaded"].get<bool>());
   EXPECT_EQ(lineCount(r.err), 2) << r.err;
-  fs::remove_all(dir);
 }
 
 namespace {
@@ -165,16 +164,8 @@ std::vector<std::string> corpusDocuments() {
 
 std::map<std::string, std::vector<std::string>> familiesManifest() {
   std::map<std::string, std::vector<std::string>> rows;  // xml_path -> columns
-  std::istringstream in(testsupport::readFile(testsupport::corpusDir() + "/families.tsv"));
-  std::string line;
-  std::getline(in, line);  // header
-  while (std::getline(in, line)) {
-    std::vector<std::string> cols;
-    std::istringstream cells(line);
-    std::string cell;
-    while (std::getline(cells, cell, '\t')) cols.push_back(cell);
-    if (cols.size() > 3) rows[testsupport::corpusDir() + "/" + cols[2]] = cols;
-  }
+  for (std::vector<std::string>& cols : supporttest::manifestRows("families.tsv"))
+    if (cols.size() > 3) rows[testsupport::corpusDir() + "/" + cols[2]] = std::move(cols);
   return rows;
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include "CliRun.h"
@@ -15,15 +14,7 @@ namespace {
 using clirun::quote;
 using clirun::RunResult;
 
-// A temporary directory removed at the end of the scope.
-struct TempDir {
-  explicit TempDir(const char* tag) : path(testsupport::makeTempDir(tag)) {}
-  ~TempDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path, ec);
-  }
-  const std::string path;
-};
+using testsupport::TempDir;
 
 RunResult runExample(const std::string& name, const std::string& args) {
   return clirun::runShell(quote(testsupport::binaryDir() + "/examples/" + name) + " " + args);

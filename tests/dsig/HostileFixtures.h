@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -34,22 +33,6 @@ inline std::string contentOf(const std::string& xml, const std::string& name) {
   return start == std::string::npos || end == std::string::npos ? std::string() : xml.substr(start, end - start);
 }
 
-// A fresh temporary directory, removed with its contents when the object goes.
-class TempDir {
- public:
-  explicit TempDir(const std::string& tag) : m_path(testsupport::makeTempDir(tag)) {}
-  ~TempDir() {
-    std::error_code ec;
-    if (!m_path.empty()) std::filesystem::remove_all(m_path, ec);
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::string& path() const { return m_path; }
-
- private:
-  std::string m_path;
-};
-
 // Key, certificate and HMAC secret in a temporary directory, and xmlsec1 to sign with them.
 class Signer {
  public:
@@ -58,7 +41,7 @@ class Signer {
     return signer;
   }
   bool ready() const { return m_ready; }
-  const std::string& dir() const { return m_dir.path(); }
+  const std::string& dir() const { return m_dir.path; }
   static constexpr const char* kHmacSecret = "hostile-secret";
 
   // Signs a template (empty DigestValue/SignatureValue elements) with the RSA key, or
@@ -93,7 +76,7 @@ class Signer {
     }
     return testsupport::readFile(out);
   }
-  TempDir m_dir;
+  testsupport::TempDir m_dir;
   bool m_ready = false;
 };
 

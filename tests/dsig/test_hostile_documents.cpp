@@ -71,8 +71,8 @@ std::string canonicalize(ClsXmlDSig& dsig, const std::string& xml, bool& ok) {
 // External entities and DTDs: nothing is read or fetched, whether the target is a file
 // that exists or a URL on a port that listens.
 TEST(HostileDocuments, ExternalEntitiesAreNeverRead) {
-  const hostile::TempDir temp("xxe");
-  const std::string& dir = temp.path();
+  const testsupport::TempDir temp("xxe");
+  const std::string& dir = temp.path;
   ASSERT_FALSE(dir.empty());
   const std::string secret = "TOP-SECRET-7731";
   ASSERT_TRUE(testsupport::writeFile(dir + "/secret.txt", secret));
@@ -125,8 +125,8 @@ TEST(HostileDocuments, ExternalEntitiesAreNeverRead) {
 // is why ExternalRefDirs is for documents expected to carry detached references.
 TEST(HostileDocuments, DetachedReferencesReadOnlyWhatTheCallerAllows) {
   REQUIRE_SIGNER();
-  const hostile::TempDir temp("detached");
-  const std::string& dir = temp.path();
+  const testsupport::TempDir temp("detached");
+  const std::string& dir = temp.path;
   ASSERT_TRUE(testsupport::writeFile(dir + "/secret.txt", "TOP-SECRET-7731"));
   ASSERT_TRUE(hostile::shell("mkdir '" + dir + "/refs'"));
   const std::string signedXml = Signer::get().signRsa(responseTemplate(kAssertion));

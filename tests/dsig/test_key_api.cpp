@@ -1,13 +1,12 @@
 // The public key and certificate API: GetCerts, GetPublicKey, SetPublicKey, SetHmacKey.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <regex>
-#include <sstream>
 
 #include "KeyTestFixtures.h"
 #include "support/ClsStringArray.h"
 #include "support/ClsXml.h"
+#include "support/SupportTestHelpers.h"
 
 using namespace keyfixtures;
 
@@ -86,15 +85,9 @@ TEST(KeyApi, GetCertsFollowsTokenReferencesWithoutFallingBackToAnotherToken) {
 
 TEST(KeyApi, GetCertsAndGetPublicKeyOnCorpusDocuments) {
   REQUIRE_CORPUS();
-  std::ifstream manifest(testsupport::corpusDir() + "/families.tsv");
-  std::string line;
-  std::getline(manifest, line);
   const std::regex certElement("<(?:\\w+:)?X509Certificate[^>]*>([^<]*)<");
   int checked = 0;
-  while (std::getline(manifest, line)) {
-    std::vector<std::string> cols;
-    std::stringstream ss(line);
-    for (std::string c; std::getline(ss, c, '\t');) cols.push_back(c);
+  for (const std::vector<std::string>& cols : supporttest::manifestRows("families.tsv")) {
     if (cols.size() < 5 || cols[4] != "yes") continue;
     auto dsig = loadedVerifier(testsupport::readFile(testsupport::corpusDir() + "/" + cols[2]));
     for (int sel = 0; sel < dsig->get_NumSignatures(); ++sel) {

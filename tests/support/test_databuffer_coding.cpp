@@ -1,6 +1,5 @@
 // DataBuffer, base64/hex coding, the conversion of XML bytes to UTF-8, files, and the
 // public byte/text value objects.
-#include <filesystem>
 #include <string>
 
 #include "SupportTestHelpers.h"
@@ -129,7 +128,8 @@ TEST(Files, PathsExistenceAndStreaming) {
     _btFilePath::CombineDirAndFilepath(j.dir, j.file, p);
     EXPECT_EQ(p.str(), j.joined);
   }
-  const std::string dir = testsupport::makeTempDir("filesys");
+  const testsupport::TempDir temp("filesys");
+  const std::string& dir = temp.path;
   const std::string file = dir + "/data.bin", missing = dir + "/missing";
   std::string big;  // more than one read
   for (int i = 0; i < 70000; ++i) big += static_cast<char>(i * 7 + i / 256);
@@ -177,7 +177,6 @@ TEST(Files, PathsExistenceAndStreaming) {
   EXPECT_STREQ(arr->getStringUtf8(1), "");
   EXPECT_EQ(arr->getStringUtf8(2), nullptr);
   EXPECT_EQ(arr->getStringUtf8(-1), nullptr);
-  std::filesystem::remove_all(dir);
 }
 
 TEST(Platform, TickCountAndRangeFolding) {
