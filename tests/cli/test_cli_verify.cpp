@@ -143,17 +143,29 @@ TEST(CliVerify, KeysSecretsExternalDataAndOptions) {
   const std::string pkcs1 = quote(fx("pkcs1.xml"));
   const std::string hmac = quote(fx("hmac.xml"));
   const std::string external = quote(fx("external.xml"));
+  // The HMAC value with white space around it, which is trimmed before the comparison.
+  const std::string spacedHmac = fixtures().scratch("spaced-hmac.xml");
+  testsupport::writeFile(spacedHmac, signedfixtures::replaced(
+                                         signedfixtures::replaced(testsupport::readFile(fx("hmac.xml")),
+                                                                  "<ds:SignatureValue>", "<ds:SignatureValue>\n    "),
+                                         "</ds:SignatureValue>", "  \n  </ds:SignatureValue>"));
   for (const Case& c : {
            Case{pkcs1, "INVALID (No public key available to verify signature.)"},
            Case{"--key " + quote(fx("rsa-pub.pem")) + " " + pkcs1, "valid"},
            Case{"--key " + quote(fx("cert.pem")) + " " + pkcs1, "valid"},
            Case{"--hmac-key secret " + hmac, "valid"},
            Case{"--hmac-key 736563726574 --hmac-encoding hex " + hmac, "valid"},
+           Case{"--hmac-key secret " + quote(spacedHmac), "valid"},
+           Case{"--hmac-key Secret " + hmac, "INVALID (HMAC validation failed.)"},
+           Case{hmac, "INVALID (No HMAC key available to verify signature.)"},
            Case{external, "INVALID (Failed to verify reference digest)"},
            Case{"--ref-data 0=" + quote(fx("payload.txt")) + " " + external, "valid"},
            Case{"--external-dir " + quote(fixtures().scratch("")) + " --external-dir " + quote(fx("")) + " " + external,
                 "valid"},
            Case{"--ignore-external " + external, "valid"},
+           // Ignoring covers only missing data: data that does not match still fails.
+           Case{"--ignore-external --ref-data 0=" + quote(fx("hmac.xml")) + " " + external,
+                "INVALID (Failed to verify reference digest)"},
        }) {
     SCOPED_TRACE(c.args);
     const RunResult r = verify(c.args);
@@ -172,6 +184,8 @@ TEST(CliVerify, KeysSecretsExternalDataAndOptions) {
   r = verify("--no-references " + quote(invoice));
   EXPECT_EQ(r.out, invoice + ": INVALID (ECDSA verify hash found the signature to be invalid.)\n");
   EXPECT_EQ(r.exitCode, 1);
+  // With the references checked, the SignedProperties digest in the ZATCA form switches to those rules.
+  EXPECT_EQ(verify(quote(invoice)).out, invoice + ": valid\n");
 }
 
 TEST(CliVerify, StandardInputAndParallelFilesInInputOrder) {

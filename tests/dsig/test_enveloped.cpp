@@ -6,11 +6,9 @@
 
 #include "VerifierTestUtil.h"
 #include "LogProbe.h"
-#include "TestSupport.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/reference/DSigReference.h"
 #include "support/LogBase.h"
-#include "xml/XmlSigLocate.h"
 
 namespace {
 
@@ -96,29 +94,4 @@ TEST(EnvelopedSignature, FollowingSignatures) {
   }
   const std::string first = "<p0:Signature>x</p0:Signature>";
   EXPECT_EQ(v.removeAt("<r>" + chain + "</r>", first), "<r>" + last + "</r>");
-}
-
-TEST(EnvelopedSignature, RealTrustedListsDigestAsSigned) {
-  REQUIRE_CORPUS();
-  const std::string dir = testsupport::corpusDir() + "/families/tsl/";
-  // A trusted list with one enveloped signature (exclusive c14n, SHA-256).
-  const std::string at = testsupport::readFile(dir + "tsl-dss-at/AT.xml");
-  ASSERT_FALSE(at.empty());
-  Verifier v(at);
-  EXPECT_EQ(dsigtest::canonicalDigest(StringBuffer(v.transform(at)), 2),
-            "XLTBIUHdRtdI1WyP8qk+XFqYTI9ywNu9Pj3nqXONwUg=");
-
-  // Two parallel signatures on separate lines: removing the first leaves the second, so the
-  // first one's digest does not come out as signed.
-  const std::string cz = testsupport::readFile(dir + "tsl-dss-cz_two-sigs/CZ_two-sigs.xml");
-  Verifier w(cz);
-  const std::string out = w.transform(cz);
-  const char* const signed0 = "8jGrZlYFteRTyqOYxEeyYvlIrQSn+cGna/LEbpH1AFo=";
-  EXPECT_EQ(out.find("Id=\"Signature-1217271300\""), std::string::npos);
-  EXPECT_NE(dsigtest::canonicalDigest(StringBuffer(out), 2), signed0);
-  // ... and it is only the second signature that makes the difference.
-  StringBuffer without;
-  _btXmlDtd dtd;
-  ASSERT_TRUE(XmlSigRemoval::removeSignatures(StringBuffer(out), dtd, without, w.log));
-  EXPECT_EQ(dsigtest::canonicalDigest(without, 2), signed0);
 }

@@ -75,21 +75,6 @@ TEST(KeyInfoKeys, IssuerSerialAsksTheStoreByIssuerCnAndHexSerialUnlessEmbedded) 
   }
 }
 
-TEST(KeyInfoKeys, CorpusReferencesBySubjectIssuerSerialAndSkiResolveThroughTheVault) {
-  REQUIRE_CORPUS();
-  const std::string keys = testsupport::corpusDir() + "/interop/xmlsec/keys/";
-  const std::string signer = keyDer(keyFromFile(keys + "rsa/rsa-4096-cert.der").get());
-  for (const char* name : {"enveloped-x509-subjectname", "enveloped-x509-issuerserial", "enveloped-x509-ski"}) {
-    auto dsig = loadedVerifier(testsupport::readFile(testsupport::corpusDir() +
-                                                     "/interop/xmlsec/aleksey-xmldsig-01/" + name + ".xml"));
-    _btLogger log;
-    EXPECT_TRUE(resolve(*dsig, true, log).empty()) << name << ": nothing to find before the vault is attached";
-    auto vault = vaultWith({keys + "rsa/rsa-4096-cert.der", keys + "ca2cert.der", keys + "cacert.der"});
-    ASSERT_TRUE(dsig->UseCertVault(*vault));
-    EXPECT_EQ(resolve(*dsig, true, log), std::vector<std::string>{signer}) << name;
-  }
-}
-
 TEST(KeyInfoKeys, TokenReferencesToBinarySecurityTokens) {
   REQUIRE_KEY_FIXTURES();
   const Fixtures& f = fixtures();

@@ -2,9 +2,6 @@
 // reference access.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
-#include "TestSupport.h"
 #include "VerifierTestUtil.h"
 #include "support/ClsBinData.h"
 #include "support/ClsStringBuilder.h"
@@ -214,25 +211,4 @@ TEST(Loading, StringBuilderAndBytesInOtherEncodings) {
   EXPECT_FALSE(loadBytes(*d, liar));
   EXPECT_EQ(d->get_NumSignatures(), 0);
   EXPECT_FALSE(d->lastErrorLine().empty());
-}
-
-TEST(Loading, EbicsAuthSignatureIsASignature) {
-  REQUIRE_CORPUS();
-  namespace fs = std::filesystem;
-  int documents = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(testsupport::corpusDir() + "/families/ebics")) {
-    if (entry.path().extension() != ".xml") continue;
-    SCOPED_TRACE(entry.path().string());
-    ++documents;
-    DSigPtr d = newVerifier();
-    ASSERT_TRUE(loadBytes(*d, testsupport::readFile(entry.path().string())));
-    ASSERT_EQ(d->get_NumSignatures(), 1);
-    EXPECT_EQ(d->selectedSignature()->localNameView(), "AuthSignature");
-    EXPECT_GE(d->get_NumReferences(), 1);
-    LogNull quiet;
-    StringBuffer method;
-    EXPECT_TRUE(d->getSignatureMethod(method, quiet));
-    EXPECT_NE(method.find("rsa-sha256"), StringBuffer::npos);
-  }
-  EXPECT_EQ(documents, 3);
 }

@@ -78,15 +78,10 @@ TEST(TimeStamp, AddsAtTheRightPlaceForEveryXadesShapeAndVerifies) {
     EXPECT_NE(reloaded.dsig->lastErrorText().find("The computed hash is equal to the expected hash."),
               std::string::npos);
 
-    // A second stamp on the stamped document is refused.
-    bool again = true;
-    addTimeStamp(*reloaded.dsig, authority().url(), again);
-    EXPECT_FALSE(again);
-    EXPECT_NE(reloaded.dsig->lastErrorText().find("Already has an EncapsulatedTimeStamp."), std::string::npos);
   }
 }
 
-TEST(TimeStamp, TamperingAndAnUnreachableAuthorityAreReported) {
+TEST(TimeStamp, TamperingAndAMissingAuthorityAreReported) {
   REQUIRE_TIMESTAMP_AUTHORITY();
   Verifier v;
   ASSERT_TRUE(v.load(authority().fixture("plain.xml")));
@@ -112,16 +107,10 @@ TEST(TimeStamp, TamperingAndAnUnreachableAuthorityAreReported) {
   EXPECT_FALSE(s.verifyWithTimeStamp());
   EXPECT_NE(s.dsig->lastErrorText().find("Computed hash not equal to the expected hash."), std::string::npos);
 
-  // An authority that cannot be reached: the document still comes back, with an empty token.
+  // Options without an authority URL are refused with a clear reason (the document is still
+  // returned). An unreachable authority and a second stamp are the example program's tests.
   Verifier u;
   ASSERT_TRUE(u.load(authority().fixture("plain.xml")));
-  const std::string unstamped = addTimeStamp(*u.dsig, "http://127.0.0.1:1/", ok);
-  EXPECT_TRUE(ok);
-  EXPECT_NE(unstamped.find("#DER\"></xades:EncapsulatedTimeStamp>"), std::string::npos);
-  EXPECT_NE(u.dsig->lastErrorText().find("The time-stamp authority could not be reached or refused the request."),
-            std::string::npos);
-
-  // Options without an authority URL are refused with a clear reason (the document is still returned).
   RcPtr<ClsJsonObject> empty(ClsJsonObject::createNewCls());
   RcPtr<ClsStringBuilder> out(ClsStringBuilder::createNewCls());
   EXPECT_TRUE(u.dsig->AddEncapsulatedTimeStamp(*empty, *out));

@@ -1,7 +1,8 @@
 // VerifySignature end to end on documents signed by xmlsec1 and openssl at test time
 // (tests/tools/make_verify_fixtures.sh) and on corpus documents: every reference before
-// the key, ignored external data, locating the signature, RSA padding, the order in which
-// keys are tried, HMAC, canonicalization fallback, ZATCA invoices, DSA and ECDSA.
+// the key, locating the signature, RSA padding, the order in which keys are tried,
+// canonicalization fallback, ZATCA invoices, DSA and ECDSA. HMAC secrets and external
+// data are the CLI tests' (test_cli_verify.cpp).
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -112,36 +113,6 @@ TEST(VerifySignature, EveryReferenceIsCheckedBeforeAnyKeyIsLookedUp) {
   EXPECT_TRUE(logprobe::hasError(badValue->m_log, "RSA verify hash found the signature to be invalid."));
 }
 
-TEST(VerifySignature, IgnoredExternalReferenceIsLoggedButNotCounted) {
-  REQUIRE_FIXTURES();
-  const std::string xml = fixtures().text("external.xml");
-
-  auto strict = loaded(xml);
-  EXPECT_FALSE(strict->VerifySignature(true));
-  EXPECT_EQ(logprobe::value(strict->m_log, "refFailureCount"), "1");
-  EXPECT_TRUE(logprobe::hasError(strict->m_log, "No external data defined for this reference."));
-
-  auto ignoring = loaded(xml);
-  ignoring->put_IgnoreExternalRefs(true);
-  EXPECT_TRUE(ignoring->VerifySignature(true)) << ignoring->lastErrorText();
-  EXPECT_TRUE(logprobe::hasError(ignoring->m_log, "Failed to verify reference digest"));
-  EXPECT_EQ(logprobe::value(ignoring->m_log, "referenceIndex"), "0");
-  EXPECT_EQ(logprobe::value(ignoring->m_log, "refFailureCount"), "<absent>");
-  EXPECT_EQ(logprobe::countContexts(ignoring->m_log, "verifyReferenceDigest"), 2);
-  EXPECT_NE(logprobe::find(ignoring->m_log.entries(), "The RSA signature was verified."), nullptr);
-
-  // Ignoring covers only missing data: data that does not match still fails.
-  testsupport::writeFile(fixtures().path("wrong.txt"), "other payload\n");
-  XString wrong(fixtures().path("wrong.txt").c_str());
-  ASSERT_TRUE(ignoring->SetRefDataFile(0, wrong));
-  EXPECT_FALSE(ignoring->VerifySignature(true));
-  EXPECT_EQ(logprobe::value(ignoring->m_log, "refFailureCount"), "1");
-
-  XString payload(fixtures().path("payload.txt").c_str());
-  ASSERT_TRUE(strict->SetRefDataFile(0, payload));
-  EXPECT_TRUE(strict->VerifySignature(true)) << strict->lastErrorText();
-}
-
 TEST(VerifySignature, LocatesASignatureWithoutIdByTheDigestOfItsFirstReference) {
   REQUIRE_FIXTURES();
   // Two signatures without Id in one document: each is found through its own first digest,
@@ -157,7 +128,6 @@ TEST(VerifySignature, LocatesASignatureWithoutIdByTheDigestOfItsFirstReference) 
     const std::string signedInfo = logprobe::value(d->m_log, "signedInfo");
     EXPECT_NE(signedInfo.find("#part-" + std::to_string(selector + 1)), std::string::npos) << signedInfo;
   }
-
 }
 
 TEST(VerifySignature, RsaPaddingFollowsTheSignatureMethod) {
@@ -215,34 +185,6 @@ TEST(VerifySignature, KeysAreTriedUntilOneFitsTheSignature) {
   EXPECT_EQ(none->lastErrorLine(), "No public key available to verify signature.");
 }
 
-TEST(VerifySignature, HmacComparesTheWholeValueTrimmed) {
-  REQUIRE_FIXTURES();
-  auto withSecret = [](const std::string& xml, const char* secret) {
-    auto d = loaded(xml);
-    XString key(secret), encoding("ascii");
-    EXPECT_TRUE(d->SetHmacKey(key, encoding));
-    return d;
-  };
-  std::string spaced = fixtures().text("hmac.xml");
-  spaced = replaced(spaced, "<ds:SignatureValue>", "<ds:SignatureValue>\n    ");
-  spaced = replaced(spaced, "</ds:SignatureValue>", "  \n  </ds:SignatureValue>");
-  auto d = withSecret(spaced, "secret");
-  EXPECT_TRUE(d->VerifySignature(true)) << d->lastErrorText();
-
-  auto wrongSecret = withSecret(spaced, "Secret");
-  EXPECT_FALSE(wrongSecret->VerifySignature(true));
-  EXPECT_EQ(wrongSecret->lastErrorLine(), "HMAC validation failed.");
-
-  // xmlsec1 wrote the first 128 bits only; the whole HMAC is what is compared.
-  auto truncated = withSecret(fixtures().text("hmac-truncated.xml"), "secret");
-  EXPECT_FALSE(truncated->VerifySignature(true));
-  EXPECT_EQ(truncated->lastErrorLine(), "HMAC validation failed.");
-
-  auto noKey = loaded(fixtures().text("hmac.xml"));
-  EXPECT_FALSE(noKey->VerifySignature(true));
-  EXPECT_EQ(noKey->lastErrorLine(), "No HMAC key available to verify signature.");
-}
-
 TEST(VerifySignature, UnknownCanonicalizationMethodIsLoggedAndInclusiveIsUsed) {
   REQUIRE_FIXTURES();
   auto d = loaded(fixtures().text("unknown-c14n.xml"));
@@ -290,17 +232,6 @@ TEST(VerifySignature, ZatcaInvoiceIsSignedOverTheHashOfItsInvoiceHash) {
   auto otherFirst = loaded(replaced(invoice, firstDigest, "A5F9qsS6oWyDhehD8u8S0DaxV+2CUiUz9Y+UsR61JgQ="), "ZATCA");
   EXPECT_FALSE(otherFirst->VerifySignature(false));
   EXPECT_EQ(otherFirst->lastErrorLine(), "ECDSA verify hash found the signature to be invalid.");
-
-  // Without the option, the SignedProperties digest in the ZATCA form switches the object into
-  // ZATCA mode during the reference checks; without reference checks nothing does.
-  auto detected = loaded(invoice);
-  EXPECT_TRUE(detected->VerifySignature(true)) << detected->lastErrorText();
-  EXPECT_NE(logprobe::find(detected->m_log.entries(), "Retry with ZATCA rules..."), nullptr);
-  EXPECT_EQ(logprobe::find(detected->m_log.entries(), "Will validate according to ZATCA rules..."), nullptr);
-  EXPECT_EQ(logprobe::value(detected->m_log, "signedInfo"), "<absent>");
-  auto plain = loaded(invoice);
-  EXPECT_FALSE(plain->VerifySignature(false));
-  EXPECT_NE(logprobe::value(plain->m_log, "signedInfo"), "<absent>");
 }
 
 TEST(VerifySignature, DsaAndEcdsaFromTheCorpus) {

@@ -4,9 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "VerifierTestUtil.h"
 #include "LogProbe.h"
-#include "TestSupport.h"
 #include "dsig/ClsXmlDSig.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
@@ -72,7 +70,7 @@ TEST(XPathTransform, SignatureExclusions) {
   EXPECT_EQ(ublSigs, "<r><b/></r>");
   EXPECT_TRUE(r.log.containsText("Found UBLDocumentSignatures transform."));
 
-  // XPath Filter 2.0 signature subtraction (see the trusted-list test) with another filter.
+  // XPath Filter 2.0 signature subtraction with another filter: not handled, text unchanged.
   const std::string expr = "/descendant::ds:Signature";
   std::string f2 = doc;
   EXPECT_FALSE(r.run(f2, kFilter2Uri, expr,
@@ -130,20 +128,4 @@ TEST(XPathTransform, UblExtensionsAndQrAndUnhandled) {
   EXPECT_EQ(r.unhandled(), "2");
   EXPECT_EQ(r.option(), "<absent>");
   EXPECT_EQ(t, inv);
-}
-
-TEST(XPathTransform, RealFilter2SignatureSubtraction) {
-  REQUIRE_CORPUS();
-  // The second of two parallel signatures of a trusted list subtracts every signature.
-  const std::string doc =
-      testsupport::readFile(testsupport::corpusDir() + "/families/tsl/tsl-dss-cz_two-sigs/CZ_two-sigs.xml");
-  ASSERT_FALSE(doc.empty());
-  const size_t t0 = doc.find("<ds:Transform Algorithm=\"http://www.w3.org/2002/06/xmldsig-filter2\">");
-  ASSERT_NE(t0, std::string::npos);
-  const std::string transformXml =
-      "<ds:Transform " + kDs + doc.substr(t0 + 13, doc.find("</ds:Transform>", t0) + 15 - t0 - 13);
-  XPathRun r;
-  std::string t = doc;
-  ASSERT_TRUE(r.run(t, kFilter2Uri, "/descendant::ds:Signature", transformXml));
-  EXPECT_EQ(dsigtest::canonicalDigest(StringBuffer(t), 1), "YMucjcflBru9gtUjx6DdqR2xDw25JaVQTg/hGSlQMJ4=");
 }
