@@ -328,7 +328,7 @@ bool ClsXml::getAttributeName(int i, StringBuffer& out) {
   if (!m_node || i < 0) return false;
   const XmlTreeAttribute* a = m_tree->attribute(*m_node, static_cast<uint32_t>(i));
   if (!a) return false;
-  out.append(a->qname);
+  out.append(m_tree->attributeName(*a));
   return true;
 }
 
@@ -429,7 +429,8 @@ XmlNode* ClsXml::searchFrom(const ClsXml* after, std::string_view tag, const cha
     for (uint32_t k = 0; k < node->numAttributes; ++k) {
       const XmlTreeAttribute* a = m_tree->attribute(*node, k);
       // Namespace declarations are not attributes a "*:" name should find.
-      if (xml::prefixOf(a->qname) == "xmlns" || !nameMatches(a->qname, attrPattern)) continue;
+      const std::string_view name = m_tree->attributeName(*a);
+      if (xml::prefixOf(name) == "xmlns" || !nameMatches(name, attrPattern)) continue;
       value.clear();
       if (m_tree->attributeValue(*a, value) && wildcardMatches(value, pattern)) return node;
     }

@@ -65,6 +65,7 @@ void countMarkup(std::string_view text, size_t& lessThan, size_t& equals) {
 void XmlTree::clear() {
   m_nodes.clear();
   m_attributes.clear();
+  m_defaulted.clear();
   m_texts.clear();
   m_children.clear();
   m_dtd = XmlDtd();
@@ -145,9 +146,16 @@ bool XmlTree::build(std::string& error) {
         const bool typed = !dtd.empty();
         for (const XmlAttribute& a : tok.attributes) {
           XmlTreeAttribute& attr = m_attributes.emplace_back();
-          attr.qname = a.qname;
-          attr.rawValue = a.rawValue;
           attr.defaulted = a.defaulted;
+          if (a.defaulted) {
+            attr.nameStart = static_cast<uint32_t>(m_defaulted.size());
+            m_defaulted.emplace_back(a.qname, a.rawValue);
+          } else {
+            attr.nameStart = static_cast<uint32_t>(a.qname.data() - base);
+            attr.nameLength = static_cast<uint32_t>(a.qname.size());
+            attr.valueStart = static_cast<uint32_t>(a.rawValue.data() - base);
+            attr.valueLength = static_cast<uint32_t>(a.rawValue.size());
+          }
           if (typed) {
             const std::string_view type = dtd.attributeType(tok.name, a.qname);
             attr.nonCdata = !type.empty() && type != "CDATA";
@@ -215,13 +223,13 @@ void XmlTree::buildChildTable() {
 const XmlTreeAttribute* XmlTree::findAttribute(const XmlNode& node, std::string_view qname) const {
   for (uint32_t i = 0; i < node.numAttributes; ++i) {
     const XmlTreeAttribute& a = m_attributes[node.firstAttribute + i];
-    if (a.qname == qname) return &a;
+    if (attributeName(a) == qname) return &a;
   }
   return nullptr;
 }
 
 bool XmlTree::attributeValue(const XmlTreeAttribute& attr, std::string& out) const {
-  const std::string_view raw = attr.rawValue;
+  const std::string_view raw = attributeRawValue(attr);
   bool plain = !attr.nonCdata;
   for (size_t i = 0; plain && i < raw.size(); ++i) {
     const char c = raw[i];
@@ -251,7 +259,7 @@ bool XmlTree::namespaceOf(const XmlNode& node, std::string_view prefix, std::str
   for (const XmlNode* n = &node; n; n = parentOf(*n)) {
     for (uint32_t i = 0; i < n->numAttributes; ++i) {
       const XmlTreeAttribute& a = m_attributes[n->firstAttribute + i];
-      const std::string_view q = a.qname;
+      const std::string_view q = attributeName(a);
       const bool match = prefix.empty() ? q == "xmlns"
                                         : (q.size() == 6 + prefix.size() && q.compare(0, 6, "xmlns:") == 0 &&
                                            q.compare(6, std::string_view::npos, prefix) == 0);

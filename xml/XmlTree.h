@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "xml/XmlDtd.h"
@@ -19,11 +20,15 @@ namespace xml {
 
 constexpr uint32_t kNoIndex = UINT32_MAX;
 
+// An attribute as byte ranges of the text (half the size of two views: a large document
+// has millions); XmlTree::attributeName and attributeRawValue read them.
 struct XmlTreeAttribute {
-  std::string_view qname;
-  std::string_view rawValue;  // references not expanded; into the text, or the DTD when defaulted
-  bool defaulted = false;
-  bool nonCdata = false;      // declared with a non-CDATA type (value normalisation collapses spaces)
+  uint32_t nameStart = 0;  // into the text; for a defaulted attribute, its index among the tree's defaulted ones
+  uint32_t nameLength = 0;
+  uint32_t valueStart = 0;  // raw value, references not expanded
+  uint32_t valueLength = 0;
+  bool defaulted = false;  // supplied by a DTD default: name and value are the DTD's
+  bool nonCdata = false;   // declared with a non-CDATA type (value normalisation collapses spaces)
 };
 
 // One direct text or CDATA child of an element, as a byte range of the text; an
@@ -105,6 +110,13 @@ class XmlTree {
   const XmlTreeAttribute* attribute(const XmlNode& node, uint32_t i) const {
     return i < node.numAttributes ? &m_attributes[node.firstAttribute + i] : nullptr;
   }
+  // Qualified name as written, and the value between the quotes, references not expanded.
+  std::string_view attributeName(const XmlTreeAttribute& attr) const {
+    return attr.defaulted ? m_defaulted[attr.nameStart].first : m_view.substr(attr.nameStart, attr.nameLength);
+  }
+  std::string_view attributeRawValue(const XmlTreeAttribute& attr) const {
+    return attr.defaulted ? m_defaulted[attr.nameStart].second : m_view.substr(attr.valueStart, attr.valueLength);
+  }
   // The attribute whose qualified name is exactly qname, or null.
   const XmlTreeAttribute* findAttribute(const XmlNode& node, std::string_view qname) const;
 
@@ -131,6 +143,8 @@ class XmlTree {
   bool m_borrowed = false;
   std::vector<XmlNode> m_nodes;
   std::vector<XmlTreeAttribute> m_attributes;
+  // Name and value of each attribute supplied by a DTD default, as views into m_dtd.
+  std::vector<std::pair<std::string_view, std::string_view>> m_defaulted;
   std::vector<XmlTextPiece> m_texts;
   std::vector<uint32_t> m_children;  // each node's children side by side, in order
   XmlDtd m_dtd;

@@ -98,6 +98,7 @@ TEST(ClsXml, ContentAttributesAndSourceText) {
       "<r xmlns:w=\"urn:w\">\r\n"
       "  <w:v a=\"1&#10;2\tx\" b='&co;' >MIIB&#13;\r\nQUFB<![CDATA[<&>]]>&lt;<i>skipped</i>tail</w:v>\r\n"
       "  <v kind=\"  t  \"/>\r\n"
+      "  <v x=\"1\"/>\r\n"
       "</r>";
   RcPtr<ClsXml> root = load(doc);
   ASSERT_TRUE(root);
@@ -133,6 +134,15 @@ TEST(ClsXml, ContentAttributesAndSourceText) {
   EXPECT_TRUE(plainV->getAttrValue("kind", value));
   EXPECT_EQ(value.str(), "t");
   EXPECT_EQ(tagOf(RcPtr<ClsXml>(plainV->getParent()).get()), "r");
+  RcPtr<ClsXml> defaultedV(root->getNthChildWithTagUtf8("v", 1, log));
+  ASSERT_TRUE(defaultedV);
+  ASSERT_EQ(defaultedV->get_NumAttributes(), 2);
+  EXPECT_TRUE(defaultedV->getAttributeName(1, value));
+  EXPECT_EQ(value.str(), "kind");
+  EXPECT_TRUE(defaultedV->getAttrValue("kind", value));
+  EXPECT_EQ(value.str(), "plain");
+  EXPECT_TRUE(defaultedV->getAttributeValue(0, value));
+  EXPECT_EQ(value.str(), "1");
 }
 
 TEST(ClsXml, SearchesWalkTheSubtreeInDocumentOrder) {
