@@ -119,12 +119,16 @@ bool XmlTree::build(std::string& error) {
   m_nodes.reserve(markup);
   m_texts.reserve(markup);
   m_attributes.reserve(equals);
+  m_children.reserve(markup);
 
   struct Open {
     uint32_t node;
     uint32_t lastText;
   };
   std::vector<Open> open;
+  // Children of the open elements, in order: an element's own are on top when it closes,
+  // and move from there to the child table side by side, so the i-th child is one lookup.
+  std::vector<uint32_t> pendingChildren;
   XmlScanner scanner(m_view);
   XmlToken tok;
   const char* const base = m_view.data();
@@ -139,6 +143,7 @@ bool XmlTree::build(std::string& error) {
         if (!open.empty()) {
           node.parent = open.back().node;
           ++m_nodes[node.parent].numChildren;
+          pendingChildren.push_back(index);
         }
         node.firstAttribute = static_cast<uint32_t>(m_attributes.size());
         node.numAttributes = static_cast<uint32_t>(tok.attributes.size());
@@ -173,6 +178,10 @@ bool XmlTree::build(std::string& error) {
         XmlNode& node = m_nodes[open.back().node];
         node.end = static_cast<uint32_t>(tok.end);
         node.subtreeEnd = static_cast<uint32_t>(m_nodes.size());
+        node.firstChildSlot = static_cast<uint32_t>(m_children.size());
+        const auto own = pendingChildren.end() - node.numChildren;
+        m_children.insert(m_children.end(), own, pendingChildren.end());
+        pendingChildren.erase(own, pendingChildren.end());
         open.pop_back();
         break;
       }
@@ -202,22 +211,7 @@ bool XmlTree::build(std::string& error) {
   }
   // Defaulted attribute values point into the DTD's entries, which the move keeps in place.
   m_dtd = scanner.releaseDtd();
-  buildChildTable();
   return true;
-}
-
-// Lays each node's children side by side so that the i-th child is one lookup. In
-// pre-order a node's first child follows it and each child's subtree ends where the
-// next sibling starts, so one forward pass over the nodes fills the table in order.
-void XmlTree::buildChildTable() {
-  size_t total = m_nodes.empty() ? 0 : m_nodes.size() - 1;  // every node but the root is a child
-  m_children.resize(total);
-  uint32_t slot = 0;
-  for (uint32_t index = 0; index < m_nodes.size(); ++index) {
-    XmlNode& node = m_nodes[index];
-    node.firstChildSlot = slot;
-    for (uint32_t c = index + 1; c < node.subtreeEnd; c = m_nodes[c].subtreeEnd) m_children[slot++] = c;
-  }
 }
 
 const XmlTreeAttribute* XmlTree::findAttribute(const XmlNode& node, std::string_view qname) const {

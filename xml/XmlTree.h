@@ -136,7 +136,6 @@ class XmlTree {
   bool build(std::string& error);
   bool buildOn(std::string_view text, std::string& error);
   void clear();
-  void buildChildTable();
 
   std::shared_ptr<const std::string> m_text;
   std::string_view m_view;  // all of *m_text, or the borrowed text
