@@ -296,11 +296,18 @@ bool XmlCanonWriter::appendPlainStartTag() {
     previous = q;
     at = a.end;
   }
-  if (base[at] == '>') {
+  return appendSourceTagUpTo(at);
+}
+
+// Ends a start tag copied from the source, whose attributes end at `at`: "...>" is copied
+// whole, "/>" becomes ">" (the end tag follows separately).
+bool XmlCanonWriter::appendSourceTagUpTo(size_t at) {
+  if (at >= m_text.size()) return false;
+  if (m_text[at] == '>') {
     appendSource(m_tok.start, at + 1);
     return true;
   }
-  if (base[at] == '/' && base[at + 1] == '>') {
+  if (m_text[at] == '/' && at + 1 < m_text.size() && m_text[at + 1] == '>') {
     appendSource(m_tok.start, at);
     buffer().push_back('>');
     return true;
@@ -325,17 +332,7 @@ bool XmlCanonWriter::appendSourceStartTag() {
     if (at >= m_text.size() || base[at] != '"' || attributeNeedsEscaping(a.value)) return false;
     ++at;
   }
-  if (at >= m_text.size()) return false;
-  if (base[at] == '>') {
-    appendSource(m_tok.start, at + 1);
-    return true;
-  }
-  if (base[at] == '/' && at + 1 < m_text.size() && base[at + 1] == '>') {
-    appendSource(m_tok.start, at);
-    buffer().push_back('>');
-    return true;
-  }
-  return false;
+  return appendSourceTagUpTo(at);
 }
 
 // Chooses the namespace declarations to write on the current element: a namespace is

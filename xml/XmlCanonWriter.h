@@ -74,6 +74,7 @@ class XmlCanonWriter {
   bool writeStartTag(bool isApex);
   bool appendSourceStartTag();
   bool appendPlainStartTag();
+  bool appendSourceTagUpTo(size_t at);
   bool declareNamespaces();
   bool attributeValue(const XmlAttribute& attr, std::string& scratch, std::string_view& value);
   bool collectAttributes(bool isApex);
