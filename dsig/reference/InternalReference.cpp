@@ -169,11 +169,13 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
     if (!transformsXml) return false;
     if (!transformsXml->loadXml(ref.transforms, true, log)) return false;
   }
+  // When it streams, the chain's last step is that canonicalization (see
+  // finalCanonicalizationStreams), so reaching the digest means it was hashed.
   StreamedDigest streamed;
-  const bool streams = !m_isZatca && !m_isMyInvois && !m_isCmaStp && finalCanonicalizationStreams(transformsXml.get(), uri.isEmpty()) &&
+  const bool streams = !m_isZatca && !m_isMyInvois && !m_isCmaStp &&
+                       finalCanonicalizationStreams(transformsXml.get(), uri.isEmpty()) &&
                        streamed.begin(hashAlg, log);
   StreamedDigest* const finalDigest = streams ? &streamed : nullptr;
-  bool digested = false;
 
   if (!transformsXml) {
     // 3. No Transforms element: the implied chain.
@@ -196,7 +198,6 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
         m_refFailReason = 5;
         return false;
       }
-      digested = streams;
     }
   } else {
     // 4. The declared chain, in document order.
@@ -232,7 +233,6 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
           m_refFailReason = 5;
           return false;
         }
-        digested = last && streams;
       } else if (algorithm.containsSubstring("xmldsig#base64")) {
         base64Requested = true;
       } else {
@@ -244,7 +244,6 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
     if (!envelopedApplied && uri.isEmpty()) {
       StringBuffer unused1, unused2;
       transformEnvelopedSignature(data, unused1, unused2, ref, log);
-      digested = false;
     }
     if (!canonicalized) {
       algorithm.setString(kInclusiveC14n);
@@ -252,7 +251,6 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
         m_refFailReason = 5;
         return false;
       }
-      digested = streams;
     }
     // The MyInvois document reference (its three transforms cut the signature blocks)
     // gives the digest that the signature value itself signs.
@@ -263,7 +261,7 @@ bool ClsXmlDSig::verifyInternalReference(int /*index*/, StringBuffer& uri, DSigR
   // 5. Family post-processing (SWIFT LAU block). A streamed digest stands unless the
   // adjustment applied, which needs the text (written for that case).
   StringBuffer unused;
-  if (digested && streamed.sawSwiftSaaNamespace()) digested = false;
+  const bool digested = streams && !streamed.sawSwiftSaaNamespace();
   postProcessTransformedXml(unused, ref, data, log);
 
   // 6. Digest.

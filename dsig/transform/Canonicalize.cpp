@@ -70,11 +70,11 @@ bool _clsXmlDSigBase::canonicalizeTransformInput(ClsXml* transform, const String
   }
 
   canon.outputSink = sink;
+  canon.cutStart = cutStart;
+  canon.cutLength = cutLength;
 
   if (isEbicsFragment(fragmentId)) {
     log.LogInfo("Canonicalizing for EBICS...");
-    canon.cutStart = cutStart;
-    canon.cutLength = cutLength;
     canon.ebicsCount = 0;
     canon.ebicsMode = true;
     canon.ebicsIndex = 0;
@@ -97,14 +97,13 @@ bool _clsXmlDSigBase::canonicalizeTransformInput(ClsXml* transform, const String
   StringBuffer cut;
   const StringBuffer* source = &input;
   if (m_isCmaStp && fragmentId.isEmpty()) {
+    // The cut-out span is taken out of the copy, which is then read whole.
     cut.append(input.substr(0, cutStart));
     cut.append(input.substr(cutStart + cutLength));
     cut.removeBefore("<Document ", false);
     cut.chopAtSubstr("</Document>", true);
     source = &cut;
-  } else {
-    canon.cutStart = cutStart;
-    canon.cutLength = cutLength;
+    canon.cutStart = canon.cutLength = 0;
   }
   if (!canon.xmlCanonicalize(*source, fragmentId.getString(), 0, out, log)) {
     log.LogError("Failed to canonicalize XML fragment.");
