@@ -9,6 +9,10 @@ packages=(
   xmlsec1 libxml2-utils        # test oracles
   libxml2-dev libxmlsec1-dev   # comparison benchmarks only
   openssl python3              # test fixtures and the local time-stamp authority
+  ccache clang-format
+  python3-dev pybind11-dev python3-pybind11     # the Python module
+  python3-pytest python3-dask python3-distributed python3-jsonschema
+  chromium                     # renders the HTML report in its test
 )
 
 missing=()

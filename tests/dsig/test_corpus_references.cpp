@@ -21,10 +21,6 @@ std::map<std::string, std::string> externalFiles(const Case& c) {
   std::map<std::string, std::string> files;
   for (const std::string& pair : corpuscases::split(c.externalData, ';', true))
     files[pair.substr(0, pair.rfind('='))] = corpus + "/" + pair.substr(pair.rfind('=') + 1);
-  // The manifest names the 2018 copy of the stylesheet, but this signature's digest is
-  // over the 2005 copy (SHA-1 60NvZvtd...), as for its sibling merlin vectors.
-  if (c.id == "xmlsec/merlin-xmldsig-twenty-three/signature-x509-crt-crl")
-    files["http://www.w3.org/TR/xml-stylesheet"] = corpus + "/interop/xmlsec/external-data/xml-stylesheet-2005";
   // "external data: cid:NAME (supplied in case dir)": the attachment file beside the document.
   const std::string prefix = "external data: ";
   if (c.needs.rfind(prefix, 0) == 0 && c.needs.find("supplied in case dir") != std::string::npos) {
