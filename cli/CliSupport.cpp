@@ -3,13 +3,10 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
-#include <fstream>
-#include <iostream>
 #include <mutex>
 #include <thread>
 #include <vector>
 
-#include "dsig/ClsXmlDSig.h"
 
 namespace cli {
 
@@ -22,48 +19,6 @@ int usageError(const std::string& command, const std::string& reason) {
   std::fprintf(stderr, "xmldsig %s: %s (see 'xmldsig %s --help')\n", command.c_str(), reason.c_str(),
                command.c_str());
   return kExitUsage;
-}
-
-namespace {
-
-template <class Container>
-bool readInto(const std::string& path, Container& bytes, std::string& error) {
-  using Byte = typename Container::value_type;
-  bytes.clear();
-  std::istream* in = &std::cin;
-  std::ifstream file;
-  if (path != "-") {
-    file.open(path, std::ios::binary);
-    if (!file) {
-      error = "cannot open " + path + ": " + std::strerror(errno);
-      return false;
-    }
-    in = &file;
-    // Reserve the whole file at once so that a large document is not copied while growing.
-    file.seekg(0, std::ios::end);
-    const std::streamoff size = file.tellg();
-    file.seekg(0, std::ios::beg);
-    if (size > 0) bytes.reserve(static_cast<size_t>(size));
-  }
-  char chunk[1 << 16];
-  while (in->read(chunk, sizeof chunk) || in->gcount() > 0)
-    bytes.insert(bytes.end(), reinterpret_cast<const Byte*>(chunk),
-                 reinterpret_cast<const Byte*>(chunk) + in->gcount());
-  if (in->bad()) {
-    error = path == "-" ? std::string("cannot read standard input") : "cannot read " + path;
-    return false;
-  }
-  return true;
-}
-
-}  // namespace
-
-bool readInput(const std::string& path, std::string& bytes, std::string& error) {
-  return readInto(path, bytes, error);
-}
-
-bool readInput(const std::string& path, std::vector<unsigned char>& bytes, std::string& error) {
-  return readInto(path, bytes, error);
 }
 
 bool Output::open(const Args& args, std::string& error) {
@@ -146,20 +101,6 @@ void runInOrder(size_t count, unsigned jobs, const std::function<void(size_t)>& 
     emit(i);
   }
   for (std::thread& t : threads) t.join();
-}
-
-void configureVerifier(ClsXmlDSig& dsig, const Args& args) {
-  if (args.has("verbose")) dsig.put_VerboseLogging(true);
-  std::string options;
-  for (const std::string& keyword : args.values("option")) {
-    if (!options.empty()) options += ",";
-    options += keyword;
-  }
-  if (!options.empty()) dsig.put_UncommonOptions(XString(options.c_str()));
-}
-
-std::string logForStderr(ClsXmlDSig& dsig, const std::string& file) {
-  return "==> log of " + file + "\n" + dsig.lastErrorText() + "\n";
 }
 
 }  // namespace cli

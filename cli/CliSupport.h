@@ -4,15 +4,12 @@
 
 #include <cstdio>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "cli/Args.h"
-
-class ClsXmlDSig;
 
 namespace cli {
 
@@ -23,10 +20,6 @@ constexpr int kExitUsage = 2;    // usage error, or an input that cannot be read
 // Prints "xmldsig: <reason>" as one line on standard error and returns kExitUsage.
 int usageError(const std::string& reason);
 int usageError(const std::string& command, const std::string& reason);
-
-// Reads a whole file, or standard input for "-", replacing out. False with a one-line reason.
-bool readInput(const std::string& path, std::string& bytes, std::string& error);
-bool readInput(const std::string& path, std::vector<unsigned char>& bytes, std::string& error);
 
 // Standard output or the file named by -o.
 class Output {
@@ -52,10 +45,5 @@ bool jobsFromArgs(const Args& args, unsigned& jobs, std::string& error);
 // as soon as each result and all before it are ready (emit runs on the calling thread).
 void runInOrder(size_t count, unsigned jobs, const std::function<void(size_t)>& work,
                 const std::function<void(size_t)>& emit);
-
-// Applies the options every command shares to a verifier: --verbose and --option.
-void configureVerifier(ClsXmlDSig& dsig, const Args& args);
-// With --log: the verifier's log of the last call, headed by the file name, on stderr.
-std::string logForStderr(ClsXmlDSig& dsig, const std::string& file);
 
 }  // namespace cli

@@ -1,8 +1,7 @@
 #include "cli/VerifierSetup.h"
 
-#include <cstdlib>
-
-#include "cli/CliSupport.h"
+#include "crypto/ClsPublicKey.h"
+#include "crypto/ClsXmlCertVault.h"
 #include "dsig/ClsXmlDSig.h"
 #include "support/ClsBinData.h"
 #include "support/RefCountedObject.h"
@@ -24,39 +23,18 @@ const OptionSpec kOptIgnoreExternal{"ignore-external", '\0', false, false, "",
                                     "Do not count external references whose data is not available as "
                                     "failures."};
 
-bool parseRefData(const Args& args, std::map<int, std::string>& out, std::string& error) {
-  for (const std::string& pair : args.values("ref-data")) {
-    const size_t eq = pair.find('=');
-    char* end = nullptr;
-    const long index = eq == std::string::npos ? -1 : std::strtol(pair.c_str(), &end, 10);
-    if (eq == std::string::npos || eq == 0 || end != pair.c_str() + eq || index < 0 || index > 100 ||
-        eq + 1 == pair.size()) {
-      error = "--ref-data expects INDEX=FILE with INDEX from 0 to 100, not '" + pair + "'";
-      return false;
-    }
-    out[static_cast<int>(index)] = pair.substr(eq + 1);
+void configureVerifier(ClsXmlDSig& dsig, const VerifyRequest& req) {
+  if (req.verbose) dsig.put_VerboseLogging(true);
+  std::string options;
+  for (const std::string& keyword : req.options) {
+    if (!options.empty()) options += ",";
+    options += keyword;
   }
-  return true;
+  if (!options.empty()) dsig.put_UncommonOptions(XString(options.c_str()));
 }
 
-bool parseSelector(const Args& args, int& selector, std::string& error) {
-  selector = 0;
-  if (!args.has("selector")) return true;
-  const std::string text = args.value("selector");
-  char* end = nullptr;
-  const long v = std::strtol(text.c_str(), &end, 10);
-  if (text.empty() || *end != '\0' || v < 0) {
-    error = "--selector expects a signature index (0 or more), not '" + text + "'";
-    return false;
-  }
-  selector = static_cast<int>(v);
-  return true;
-}
-
-std::unique_ptr<ClsXmlDSig> loadVerifier(const std::string& file, const Args& args, std::string& error,
-                                         std::string* logOut) {
-  std::string bytes;
-  if (!readInput(file, bytes, error)) return nullptr;
+std::unique_ptr<ClsXmlDSig> loadVerifier(const VerifyRequest& req, const std::string& name, std::string bytes,
+                                         std::string& error, std::string* logOut) {
   std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
   RcPtr<ClsBinData> data(ClsBinData::createNewCls());
   if (!dsig || !data || !data->AppendBinary(bytes.data(), bytes.size())) {
@@ -64,28 +42,28 @@ std::unique_ptr<ClsXmlDSig> loadVerifier(const std::string& file, const Args& ar
     return nullptr;
   }
   bytes = std::string();
-  configureVerifier(*dsig, args);
+  configureVerifier(*dsig, req);
   std::string dirs;
-  for (const std::string& dir : args.values("external-dir")) dirs += dir + ";";
+  for (const std::string& dir : req.externalDirs) dirs += dir + ";";
   dsig->put_ExternalRefDirs(XString(dirs.c_str()));
-  dsig->put_IgnoreExternalRefs(args.has("ignore-external"));
+  dsig->put_IgnoreExternalRefs(req.ignoreExternal);
   if (!dsig->LoadSignatureBd(*data)) {
     error = dsig->lastErrorLine();
     if (error.empty()) error = "not well-formed XML";
-    if (logOut && args.has("log")) *logOut += logForStderr(*dsig, file);
+    if (logOut && req.log) *logOut += logForStderr(*dsig, name);
     return nullptr;
   }
   return dsig;
 }
 
-bool selectSignature(ClsXmlDSig& dsig, const Args& args, int index, std::string& error) {
+bool selectSignature(ClsXmlDSig& dsig, const VerifyRequest& req, int index, std::string& error) {
   if (dsig.get_NumSignatures() == 0) {
     error = "no signature found";
     return false;
   }
-  if (args.has("signature-id")) {
-    if (!dsig.SelectSignatureById(XString(args.value("signature-id").c_str()))) {
-      error = "no signature with Id '" + args.value("signature-id") + "'";
+  if (!req.signatureId.empty()) {
+    if (!dsig.SelectSignatureById(XString(req.signatureId.c_str()))) {
+      error = "no signature with Id '" + req.signatureId + "'";
       return false;
     }
     return true;
@@ -99,11 +77,53 @@ bool selectSignature(ClsXmlDSig& dsig, const Args& args, int index, std::string&
   return true;
 }
 
-void applyRefData(ClsXmlDSig& dsig, const std::map<int, std::string>& refData) {
-  for (const auto& entry : refData) {
+void applyRefData(ClsXmlDSig& dsig, const VerifyRequest& req) {
+  for (const auto& entry : req.refData) {
     XString path(entry.second.c_str());
     dsig.SetRefDataFile(entry.first, path);
   }
+}
+
+bool supplyKeys(ClsXmlDSig& dsig, const VerifyRequest& req, std::string& error) {
+  if (!req.keyFile.empty()) {
+    RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
+    if (!key || !key->LoadFromFile(XString(req.keyFile.c_str()))) {
+      error = "cannot load the key or certificate '" + req.keyFile + "'";
+      return false;
+    }
+    dsig.SetPublicKey(*key);
+  }
+  if (req.hasHmacKey) {
+    XString secret(req.hmacKey.c_str());
+    XString encoding(req.hmacEncoding.c_str());
+    if (!dsig.SetHmacKey(secret, encoding)) {
+      error = "the HMAC key is not valid " + req.hmacEncoding + " text";
+      return false;
+    }
+  }
+  if (!req.certFiles.empty() || !req.certDirs.empty()) {
+    RcPtr<ClsXmlCertVault> vault(ClsXmlCertVault::createNewCls());
+    if (!vault) {
+      error = "out of memory";
+      return false;
+    }
+    for (const std::string& f : req.certFiles)
+      if (!vault->AddCertFile(XString(f.c_str()))) {
+        error = "cannot load the certificate '" + f + "'";
+        return false;
+      }
+    for (const std::string& d : req.certDirs)
+      if (!vault->AddCertDir(XString(d.c_str()))) {
+        error = "cannot load certificates from '" + d + "'";
+        return false;
+      }
+    dsig.UseCertVault(*vault);
+  }
+  return true;
+}
+
+std::string logForStderr(ClsXmlDSig& dsig, const std::string& name) {
+  return "==> log of " + name + "\n" + dsig.lastErrorText() + "\n";
 }
 
 }  // namespace cli

@@ -1,12 +1,12 @@
-// Setting up a verifier from the command line: the options that choose a signature and
-// supply external data, keys and certificates, and loading one input file.
+// Setting up a verifier for one document from a request: the options that choose a
+// signature and supply external data, keys and certificates, and loading the bytes.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 
 #include "cli/Args.h"
+#include "cli/VerifyRequest.h"
 
 class ClsXmlDSig;
 
@@ -18,22 +18,28 @@ extern const OptionSpec kOptRefData;
 extern const OptionSpec kOptExternalDir;
 extern const OptionSpec kOptIgnoreExternal;
 
-// "INDEX=FILE" pairs of --ref-data; false with a one-line reason for a malformed one.
-bool parseRefData(const Args& args, std::map<int, std::string>& out, std::string& error);
-// --selector (0 when absent); false with a reason for a value that is not an index.
-bool parseSelector(const Args& args, int& selector, std::string& error);
+// Applies the settings every command shares to a verifier: verbose logging and the
+// uncommon-option keywords.
+void configureVerifier(ClsXmlDSig& dsig, const VerifyRequest& req);
 
-// Reads the file ("-" = standard input), makes a verifier configured by the shared options
-// (--verbose, --option, --external-dir, --ignore-external) and loads the bytes in whatever
-// encoding they are. Null with a one-line reason in error when the file cannot be read or
-// does not load (the verifier's located parser message).
-std::unique_ptr<ClsXmlDSig> loadVerifier(const std::string& file, const Args& args, std::string& error,
-                                         std::string* logOut = nullptr);
+// Makes a verifier configured by the request (options, external directories) and loads
+// the bytes in whatever encoding they are; bytes is released once copied. Null with a
+// one-line reason in error when the document does not load (the verifier's located parser
+// message); with req.log the verifier's log is appended to logOut, headed by name.
+std::unique_ptr<ClsXmlDSig> loadVerifier(const VerifyRequest& req, const std::string& name, std::string bytes,
+                                         std::string& error, std::string* logOut = nullptr);
 
-// Selects the signature: by --signature-id when given, else by index. False with a reason.
-bool selectSignature(ClsXmlDSig& dsig, const Args& args, int index, std::string& error);
+// Selects the signature: by req.signatureId when given, else by index. False with a reason.
+bool selectSignature(ClsXmlDSig& dsig, const VerifyRequest& req, int index, std::string& error);
 
-// Gives the external data of --ref-data to the selected signature.
-void applyRefData(ClsXmlDSig& dsig, const std::map<int, std::string>& refData);
+// Gives the external data of the request to the selected signature.
+void applyRefData(ClsXmlDSig& dsig, const VerifyRequest& req);
+
+// Loads the request's key, HMAC secret and certificates into the verifier for the selected
+// signature. False with a one-line reason when one cannot be loaded.
+bool supplyKeys(ClsXmlDSig& dsig, const VerifyRequest& req, std::string& error);
+
+// The verifier's log of the last call, headed by the document's name, for standard error.
+std::string logForStderr(ClsXmlDSig& dsig, const std::string& name);
 
 }  // namespace cli

@@ -5,6 +5,8 @@
 
 #include "cli/CliSupport.h"
 #include "cli/Commands.h"
+#include "cli/InputFile.h"
+#include "cli/VerifierSetup.h"
 #include "dsig/ClsXmlDSig.h"
 #include "support/DataBuffer.h"
 #include "support/LogBase.h"
@@ -56,7 +58,6 @@ int runC14n(const Args& args) {
   if (!readInput(file, bytes, error)) return usageError("c14n", error);
   std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
   if (!dsig) return usageError("c14n", "out of memory");
-  configureVerifier(*dsig, args);
 
   DataBuffer utf8(bytes.data(), bytes.size());
   if (!utf8.convertXmlToUtf8(dsig->m_log)) return usageError("c14n", file + ": " + dsig->lastErrorLine());

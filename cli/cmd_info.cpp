@@ -1,17 +1,15 @@
 // xmldsig info: what a document carries, before anything is verified: whether it loads,
 // its signatures, and for each the document family, the algorithms and the references.
-#include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/CliSupport.h"
 #include "cli/Commands.h"
-#include "cli/FamilyReport.h"
-#include "dsig/ClsXmlDSig.h"
-#include "support/ClsBinData.h"
-#include "support/ClsXml.h"
-#include "support/LogBase.h"
+#include "cli/DocumentInfo.h"
+#include "cli/DocumentJson.h"
+#include "cli/InputFile.h"
 
 namespace cli {
 
@@ -39,162 +37,28 @@ const CommandSpec& infoSpec() {
 
 namespace {
 
-struct ReferenceInfo {
-  std::string uri;
-  bool uriPresent = false;
-  bool external = false;
-  std::string digestMethod;
-  std::vector<std::string> transforms;
-};
-
-struct SignatureInfo {
-  int index = 0;
-  std::string id;
-  std::string element;  // tag as written, e.g. "ds:Signature"
-  std::string c14nMethod;
-  std::string prefixList;
-  std::string signatureMethod;
-  bool hasSignedInfo = false;
-  std::vector<ReferenceInfo> references;
-};
-
-struct FileInfo {
-  std::string file;
-  bool loaded = false;
-  std::string error;
-  FamilyReport family;
-  std::vector<SignatureInfo> signatures;
-  std::string log;  // the verifier's log, for --log
-};
-
-std::string attr(ClsXml* node, const char* name) {
-  StringBuffer v;
-  if (node) node->getAttrValue(name, v);
-  return v.getString();
-}
-
-ReferenceInfo describeReference(ClsXml* ref) {
-  ReferenceInfo r;
-  StringBuffer uri;
-  r.uriPresent = ref->getAttrValue("URI", uri);
-  r.uri = uri.getString();
-  // Same-document references are empty or start with '#'; anything else names outside data.
-  r.external = !r.uri.empty() && r.uri[0] != '#';
-  RcPtr<ClsXml> digest(ref->getChildWithTagUtf8("*:DigestMethod"));
-  r.digestMethod = attr(digest.get(), "Algorithm");
-  RcPtr<ClsXml> transforms(ref->getChildWithTagUtf8("*:Transforms"));
-  if (transforms) {
-    LogNull quiet;
-    const int n = transforms->numChildrenHavingTagUtf8("*:Transform", quiet);
-    for (int i = 0; i < n; ++i) {
-      RcPtr<ClsXml> t(transforms->getNthChildWithTagUtf8("*:Transform", i, quiet));
-      r.transforms.push_back(attr(t.get(), "Algorithm"));
-    }
+// Reads one FILE and describes it; a file that cannot be read gets its error as its report.
+DocumentInfo inspectInput(const std::string& file, const VerifyRequest& req) {
+  std::string bytes, error;
+  if (!readInput(file, bytes, error)) {
+    DocumentInfo unread;
+    unread.name = file;
+    unread.error = error;
+    return unread;
   }
-  return r;
-}
-
-SignatureInfo describeSignature(ClsXmlDSig& d, int index) {
-  d.put_Selector(index);
-  SignatureInfo s;
-  s.index = index;
-  LogNull quiet;
-  StringBuffer a, b;
-  if (d.selectedSignatureId(a, quiet)) s.id = a.getString();
-  if (ClsXml* sig = d.selectedSignature()) {
-    s.element = std::string(sig->tagView());
-    RcPtr<ClsXml> signedInfo(sig->getChildWithTagUtf8("*:SignedInfo"));
-    s.hasSignedInfo = static_cast<bool>(signedInfo);
-  }
-  if (d.getCanonicalizationMethod(a, b, quiet)) {
-    s.c14nMethod = a.getString();
-    s.prefixList = b.getString();
-  }
-  if (d.getSignatureMethod(a, quiet)) s.signatureMethod = a.getString();
-  const int refs = d.numReferences(d.selectedSignature(), quiet);
-  for (int i = 0; i < refs; ++i) {
-    RcPtr<ClsXml> ref(d.getReference(i, quiet));
-    if (ref) s.references.push_back(describeReference(ref.get()));
-  }
-  return s;
-}
-
-FileInfo inspectFile(const std::string& file, const Args& args) {
-  FileInfo info;
-  info.file = file;
-  std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
-  RcPtr<ClsBinData> data(ClsBinData::createNewCls());
-  if (!dsig || !data) {
-    info.error = "out of memory";
-    return info;
-  }
-  // Straight into the byte object: the verifier makes the one UTF-8 copy it keeps.
-  if (!readInput(file, data->getDb().bytes(), info.error)) return info;
-  configureVerifier(*dsig, args);
-
-  info.loaded = dsig->LoadSignatureBd(*data);
-  if (args.has("log")) info.log = logForStderr(*dsig, file);
-  if (!info.loaded) {
-    info.error = dsig->lastErrorLine();
-    if (info.error.empty()) info.error = "not loaded";
-    return info;
-  }
-  info.family = describeFamily(*dsig);
-  const int count = dsig->get_NumSignatures();
-  for (int i = 0; i < count; ++i) info.signatures.push_back(describeSignature(*dsig, i));
-  return info;
-}
-
-nlohmann::ordered_json toJson(const FileInfo& f) {
-  nlohmann::ordered_json j;
-  j["file"] = f.file;
-  j["loaded"] = f.loaded;
-  if (!f.loaded) {
-    j["error"] = f.error;
-    j["signatures"] = nlohmann::ordered_json::array();
-    return j;
-  }
-  j["family"] = f.family.family;
-  j["suggestedOptions"] = f.family.suggestedOptions;
-  nlohmann::ordered_json sigs = nlohmann::ordered_json::array();
-  for (const SignatureInfo& s : f.signatures) {
-    nlohmann::ordered_json js;
-    js["index"] = s.index;
-    js["id"] = s.id;
-    js["element"] = s.element;
-    js["family"] = f.family.family;
-    js["suggestedOptions"] = f.family.suggestedOptions;
-    js["canonicalizationMethod"] = s.c14nMethod;
-    js["inclusiveNamespaces"] = s.prefixList;
-    js["signatureMethod"] = s.signatureMethod;
-    js["hasSignedInfo"] = s.hasSignedInfo;
-    nlohmann::ordered_json refs = nlohmann::ordered_json::array();
-    for (size_t i = 0; i < s.references.size(); ++i) {
-      const ReferenceInfo& r = s.references[i];
-      refs.push_back({{"index", i},
-                      {"uri", r.uri},
-                      {"uriPresent", r.uriPresent},
-                      {"external", r.external},
-                      {"digestMethod", r.digestMethod},
-                      {"transforms", r.transforms}});
-    }
-    js["references"] = refs;
-    sigs.push_back(js);
-  }
-  j["signatures"] = sigs;
-  return j;
+  return inspectDocument(req, file, std::move(bytes));
 }
 
 std::string orNone(const std::string& s) { return s.empty() ? "(none)" : s; }
 
-std::string toText(const FileInfo& f) {
+std::string toText(const DocumentInfo& f) {
   std::ostringstream o;
   if (!f.loaded) {
-    o << f.file << ": not loaded: " << f.error << "\n";
+    o << f.name << ": not loaded: " << f.error << "\n";
     return o.str();
   }
   const size_t n = f.signatures.size();
-  o << f.file << ": loaded, " << n << (n == 1 ? " signature" : " signatures") << ", family "
+  o << f.name << ": loaded, " << n << (n == 1 ? " signature" : " signatures") << ", family "
     << f.family.family << "\n";
   for (const std::string& opt : f.family.suggestedOptions)
     o << "  suggested option: --option " << opt << "\n";
@@ -229,24 +93,26 @@ int runInfo(const Args& args) {
   if (args.positionals.empty()) return usageError("info", "no FILE given");
   unsigned jobs = 1;
   std::string error;
-  if (!jobsFromArgs(args, jobs, error)) return usageError("info", error);
+  VerifyRequest req;
+  if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error))
+    return usageError("info", error);
   Output out;
   if (!out.open(args, error)) return usageError("info", error);
 
-  std::vector<FileInfo> results(args.positionals.size());
+  std::vector<DocumentInfo> results(args.positionals.size());
   bool allLoaded = true;
   runInOrder(
-      results.size(), jobs, [&](size_t i) { results[i] = inspectFile(args.positionals[i], args); },
+      results.size(), jobs, [&](size_t i) { results[i] = inspectInput(args.positionals[i], req); },
       [&](size_t i) {
-        FileInfo& f = results[i];
+        DocumentInfo& f = results[i];
         if (!f.log.empty()) std::fputs(f.log.c_str(), stderr);
-        if (out.json()) out.jsonLine(toJson(f));
+        if (out.json()) out.jsonLine(infoJson(f));
         else out.write(toText(f));
         if (!f.loaded) {
           allLoaded = false;
-          std::fprintf(stderr, "xmldsig info: %s: %s\n", f.file.c_str(), f.error.c_str());
+          std::fprintf(stderr, "xmldsig info: %s: %s\n", f.name.c_str(), f.error.c_str());
         }
-        f = FileInfo();  // free it once printed
+        f = DocumentInfo();  // free it once printed
       });
   return allLoaded ? kExitOk : kExitUsage;
 }

@@ -1,15 +1,15 @@
 // xmldsig refs: checks the digest of every reference of a signature, without verifying the
 // signature value, and prints for each its URI, result, calculated and stored digests and
 // the failure reason. `xmldsig verify --references-only` runs the same code.
-#include <cstdlib>
-#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/CliSupport.h"
 #include "cli/Commands.h"
+#include "cli/InputFile.h"
 #include "cli/VerifierSetup.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/reference/DSigReference.h"
@@ -79,13 +79,14 @@ std::string storedDigest(ClsXmlDSig& dsig, int index) {
   return ref.digestValue.getString();
 }
 
-FileResult checkFile(const std::string& file, const Args& args, int selector,
-                     const std::map<int, std::string>& refData) {
+FileResult checkFile(const std::string& file, const VerifyRequest& req) {
   FileResult res;
   res.file = file;
-  const bool withLog = args.has("log");
-  std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(file, args, res.error, withLog ? &res.log : nullptr);
-  if (!dsig || !selectSignature(*dsig, args, selector, res.error)) return res;
+  const bool withLog = req.log;
+  std::string bytes;
+  if (!readInput(file, bytes, res.error)) return res;
+  std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(req, file, std::move(bytes), res.error, &res.log);
+  if (!dsig || !selectSignature(*dsig, req, req.selector, res.error)) return res;
   res.loaded = true;
   res.signature = dsig->get_Selector();
   StringBuffer id;
@@ -93,7 +94,7 @@ FileResult checkFile(const std::string& file, const Args& args, int selector,
   if (dsig->selectedSignatureId(id, quiet)) res.signatureId = id.getString();
 
   // External data is set before any reference is checked: it is kept per signature.
-  applyRefData(*dsig, refData);
+  applyRefData(*dsig, req);
 
   const int count = dsig->get_NumReferences();
   for (int i = 0; i < count; ++i) {
@@ -108,7 +109,7 @@ FileResult checkFile(const std::string& file, const Args& args, int selector,
     lastCalculatedDigest(dsig->m_log.entries(), r.calculated);
     r.stored = storedDigest(*dsig, i);
     if (withLog) res.log += logForStderr(*dsig, file + " reference " + std::to_string(i));
-    r.skipped = !r.valid && r.external && r.reason == 2 && args.has("ignore-external") &&
+    r.skipped = !r.valid && r.external && r.reason == 2 && req.ignoreExternal &&
                 dsig->m_log.containsText("No external data defined for this reference.");
     res.references.push_back(r);
   }
@@ -197,10 +198,8 @@ int runReferences(const Args& args) {
     return usageError("refs", "give either --selector or --signature-id, not both");
   unsigned jobs = 1;
   std::string error;
-  int selector = 0;
-  std::map<int, std::string> refData;
-  if (!jobsFromArgs(args, jobs, error) || !parseSelector(args, selector, error) ||
-      !parseRefData(args, refData, error))
+  VerifyRequest req;
+  if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error))
     return usageError("refs", error);
   Output out;
   if (!out.open(args, error)) return usageError("refs", error);
@@ -209,7 +208,7 @@ int runReferences(const Args& args) {
   bool anyUnloaded = false, anyInvalid = false;
   runInOrder(
       results.size(), jobs,
-      [&](size_t i) { results[i] = checkFile(args.positionals[i], args, selector, refData); },
+      [&](size_t i) { results[i] = checkFile(args.positionals[i], req); },
       [&](size_t i) {
         FileResult& f = results[i];
         if (!f.log.empty()) std::fputs(f.log.c_str(), stderr);

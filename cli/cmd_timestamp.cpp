@@ -2,9 +2,11 @@
 // signature, or checks the one a signature carries.
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "cli/CliSupport.h"
 #include "cli/Commands.h"
+#include "cli/InputFile.h"
 #include "cli/VerifierSetup.h"
 #include "dsig/ClsXmlDSig.h"
 #include "support/ClsJsonObject.h"
@@ -27,12 +29,14 @@ const OptionSpec kOptNoTsaCert{"no-tsa-cert", '\0', false, false, "",
 int add(const std::string& file, const Args& args) {
   if (!args.has("tsa")) return usageError("timestamp", "add needs --tsa URL");
   std::string error;
-  int selector = 0;
-  if (!parseSelector(args, selector, error)) return usageError("timestamp", error);
+  VerifyRequest req;
+  if (!verifyRequestFromArgs(args, req, error)) return usageError("timestamp", error);
   Output out;
   if (!out.open(args, error)) return usageError("timestamp", error);
-  std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(file, args, error);
-  if (!dsig || !selectSignature(*dsig, args, selector, error)) return usageError("timestamp", file + ": " + error);
+  std::string bytes;
+  if (!readInput(file, bytes, error)) return usageError("timestamp", error);
+  std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(req, file, std::move(bytes), error);
+  if (!dsig || !selectSignature(*dsig, req, req.selector, error)) return usageError("timestamp", file + ": " + error);
 
   RcPtr<ClsJsonObject> options(ClsJsonObject::createNewCls());
   RcPtr<ClsStringBuilder> result(ClsStringBuilder::createNewCls());
@@ -63,12 +67,14 @@ int add(const std::string& file, const Args& args) {
 
 int check(const std::string& file, const Args& args) {
   std::string error;
-  int selector = 0;
-  if (!parseSelector(args, selector, error)) return usageError("timestamp", error);
+  VerifyRequest req;
+  if (!verifyRequestFromArgs(args, req, error)) return usageError("timestamp", error);
   Output out;
   if (!out.open(args, error)) return usageError("timestamp", error);
-  std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(file, args, error);
-  if (!dsig || !selectSignature(*dsig, args, selector, error)) return usageError("timestamp", file + ": " + error);
+  std::string bytes;
+  if (!readInput(file, bytes, error)) return usageError("timestamp", error);
+  std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(req, file, std::move(bytes), error);
+  if (!dsig || !selectSignature(*dsig, req, req.selector, error)) return usageError("timestamp", file + ": " + error);
   const int index = dsig->get_Selector();
 
   bool valid = false;

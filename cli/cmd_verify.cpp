@@ -1,20 +1,15 @@
 // xmldsig verify: verifies signatures end to end (every reference digest and the
 // signature value) and prints one verdict per signature, as text or JSON lines.
-#include <map>
-#include <memory>
-#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/CliSupport.h"
 #include "cli/Commands.h"
+#include "cli/DocumentJson.h"
+#include "cli/DocumentVerify.h"
+#include "cli/InputFile.h"
 #include "cli/VerifierSetup.h"
-#include "crypto/ClsPublicKey.h"
-#include "crypto/ClsXmlCertVault.h"
-#include "dsig/ClsXmlDSig.h"
-#include "support/LogBase.h"
-#include "support/RefCountedObject.h"
-#include "support/XString.h"
 
 namespace cli {
 
@@ -37,106 +32,20 @@ const OptionSpec kOptCert{"cert", '\0', true, true, "FILE",
 const OptionSpec kOptCertDir{"cert-dir", '\0', true, true, "DIR",
                              "Every certificate file of DIR for the store; may be repeated."};
 
-struct SignatureResult {
-  int index = 0;
-  std::string id;
-  bool valid = false;
-  int refFailReason = 0;
-  std::string reason;  // the last error line of the log when invalid
-  std::string log;
-};
-
-struct FileResult {
-  std::string file;
-  bool loaded = false;
-  std::string error;
-  int numSignatures = 0;
-  std::vector<SignatureResult> signatures;
-  std::string log;  // the log of a failed load
-};
-
-// Keys and certificates the caller supplies, loaded for one verifier.
-bool supplyKeys(ClsXmlDSig& dsig, const Args& args, std::string& error) {
-  if (args.has("key")) {
-    RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
-    if (!key || !key->LoadFromFile(XString(args.value("key").c_str()))) {
-      error = "cannot load the key or certificate '" + args.value("key") + "'";
-      return false;
-    }
-    dsig.SetPublicKey(*key);
+// Reads one FILE and verifies it; a file that cannot be read gets its error as its verdict.
+DocumentVerdict verifyInput(const std::string& file, const VerifyRequest& req) {
+  std::string bytes, error;
+  if (!readInput(file, bytes, error)) {
+    DocumentVerdict unread;
+    unread.name = file;
+    unread.error = error;
+    return unread;
   }
-  if (args.has("hmac-key")) {
-    XString secret(args.value("hmac-key").c_str());
-    XString encoding(args.value("hmac-encoding", "ascii").c_str());
-    if (!dsig.SetHmacKey(secret, encoding)) {
-      error = "the HMAC key is not valid " + args.value("hmac-encoding", "ascii") + " text";
-      return false;
-    }
-  }
-  if (args.has("cert") || args.has("cert-dir")) {
-    RcPtr<ClsXmlCertVault> vault(ClsXmlCertVault::createNewCls());
-    if (!vault) {
-      error = "out of memory";
-      return false;
-    }
-    for (const std::string& f : args.values("cert"))
-      if (!vault->AddCertFile(XString(f.c_str()))) {
-        error = "cannot load the certificate '" + f + "'";
-        return false;
-      }
-    for (const std::string& d : args.values("cert-dir"))
-      if (!vault->AddCertDir(XString(d.c_str()))) {
-        error = "cannot load certificates from '" + d + "'";
-        return false;
-      }
-    dsig.UseCertVault(*vault);
-  }
-  return true;
+  return verifyDocument(req, file, std::move(bytes));
 }
 
-FileResult verifyFile(const std::string& file, const Args& args, int selector,
-                      const std::map<int, std::string>& refData) {
-  FileResult res;
-  res.file = file;
-  std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(file, args, res.error, &res.log);
-  if (!dsig) return res;
-  res.numSignatures = dsig->get_NumSignatures();
-  std::vector<int> indexes;
-  if (args.has("all")) {
-    for (int i = 0; i < res.numSignatures; ++i) indexes.push_back(i);
-  } else {
-    indexes.push_back(selector);
-  }
-  if (indexes.empty()) {
-    res.error = "no signature found";
-    return res;
-  }
-  const bool withLog = args.has("log");
-  for (int index : indexes) {
-    if (!selectSignature(*dsig, args, index, res.error)) return res;
-    // Keys and external data belong to the selected signature: supply them after selecting.
-    applyRefData(*dsig, refData);
-    if (!supplyKeys(*dsig, args, res.error)) return res;
-    SignatureResult s;
-    s.index = dsig->get_Selector();
-    StringBuffer id;
-    LogNull quiet;
-    if (dsig->selectedSignatureId(id, quiet)) s.id = id.getString();
-    s.valid = dsig->VerifySignature(!args.has("no-references"));
-    s.refFailReason = dsig->get_RefFailReason();
-    if (!s.valid) {
-      s.reason = dsig->lastErrorLine();
-      if (s.reason.empty()) s.reason = "the signature is not valid";
-    }
-    if (withLog) s.log = logForStderr(*dsig, file + "#" + std::to_string(s.index));
-    res.signatures.push_back(std::move(s));
-  }
-  res.loaded = true;
-  return res;
-}
-
-std::string label(const FileResult& f, const SignatureResult& s, bool numbered) {
-  return numbered ? f.file + "#" + std::to_string(s.index) : f.file;
+std::string label(const DocumentVerdict& f, const SignatureVerdict& s, bool numbered) {
+  return numbered ? f.name + "#" + std::to_string(s.index) : f.name;
 }
 
 }  // namespace
@@ -183,51 +92,35 @@ int runVerify(const Args& args) {
     return usageError("verify", "give only one of --selector, --signature-id and --all");
   unsigned jobs = 1;
   std::string error;
-  int selector = 0;
-  std::map<int, std::string> refData;
-  if (!jobsFromArgs(args, jobs, error) || !parseSelector(args, selector, error) ||
-      !parseRefData(args, refData, error))
+  VerifyRequest req;
+  if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error))
     return usageError("verify", error);
   Output out;
   if (!out.open(args, error)) return usageError("verify", error);
 
-  std::vector<FileResult> results(args.positionals.size());
+  std::vector<DocumentVerdict> results(args.positionals.size());
   bool anyUnloaded = false, anyInvalid = false;
   runInOrder(
-      results.size(), jobs,
-      [&](size_t i) { results[i] = verifyFile(args.positionals[i], args, selector, refData); },
+      results.size(), jobs, [&](size_t i) { results[i] = verifyInput(args.positionals[i], req); },
       [&](size_t i) {
-        FileResult& f = results[i];
+        DocumentVerdict& f = results[i];
         if (!f.log.empty()) std::fputs(f.log.c_str(), stderr);
         if (!f.loaded) {
           anyUnloaded = true;
-          if (out.json()) {
-            nlohmann::ordered_json j;
-            j["file"] = f.file;
-            j["error"] = f.error;
-            out.jsonLine(j);
-          }
-          std::fprintf(stderr, "xmldsig verify: %s: %s\n", f.file.c_str(), f.error.c_str());
+          std::fprintf(stderr, "xmldsig verify: %s: %s\n", f.name.c_str(), f.error.c_str());
         }
-        const bool numbered = args.has("all") || f.numSignatures > 1;
-        for (const SignatureResult& s : f.signatures) {
+        for (const SignatureVerdict& s : f.signatures)
           if (!s.log.empty()) std::fputs(s.log.c_str(), stderr);
+        for (const SignatureVerdict& s : f.signatures)
           if (!s.valid) anyInvalid = true;
-          if (out.json()) {
-            nlohmann::ordered_json j;
-            j["file"] = f.file;
-            j["signature"] = s.index;
-            j["id"] = s.id;
-            j["valid"] = s.valid;
-            j["refFailReason"] = s.refFailReason;
-            if (!s.valid) j["reason"] = s.reason;
-            if (args.has("log")) j["log"] = s.log;
-            out.jsonLine(j);
-          } else {
+        if (out.json()) {
+          for (const nlohmann::ordered_json& j : verdictJson(f, req)) out.jsonLine(j);
+        } else {
+          const bool numbered = f.numbered(req);
+          for (const SignatureVerdict& s : f.signatures)
             out.write(label(f, s, numbered) + (s.valid ? ": valid\n" : ": INVALID (" + s.reason + ")\n"));
-          }
         }
-        f = FileResult();
+        f = DocumentVerdict();
       });
   if (anyUnloaded) return kExitUsage;
   return anyInvalid ? kExitInvalid : kExitOk;

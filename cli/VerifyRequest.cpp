@@ -1,0 +1,79 @@
+#include "cli/VerifyRequest.h"
+
+#include <cstdlib>
+
+namespace cli {
+
+namespace {
+
+using Values = std::vector<std::string>;
+// Stores the values of one option (at least one; the last for a non-repeatable option).
+using Apply = bool (*)(VerifyRequest&, const Values&, std::string& error);
+
+bool parseIndex(const std::string& text, long max, long& out) {
+  char* end = nullptr;
+  out = std::strtol(text.c_str(), &end, 10);
+  return !text.empty() && *end == '\0' && out >= 0 && out <= max;
+}
+
+bool applySelector(VerifyRequest& r, const Values& v, std::string& error) {
+  long n = 0;
+  if (!parseIndex(v.back(), 1L << 30, n)) {
+    error = "--selector expects a signature index (0 or more), not '" + v.back() + "'";
+    return false;
+  }
+  r.selector = static_cast<int>(n);
+  return true;
+}
+
+bool applyRefData(VerifyRequest& r, const Values& v, std::string& error) {
+  for (const std::string& pair : v) {
+    const size_t eq = pair.find('=');
+    long index = -1;
+    if (eq == std::string::npos || !parseIndex(pair.substr(0, eq), 100, index) || eq + 1 == pair.size()) {
+      error = "--ref-data expects INDEX=FILE with INDEX from 0 to 100, not '" + pair + "'";
+      return false;
+    }
+    r.refData[static_cast<int>(index)] = pair.substr(eq + 1);
+  }
+  return true;
+}
+
+struct Row {
+  const char* option;  // long name of the OptionSpec
+  Apply apply;
+};
+
+// clang-format off
+const Row kRows[] = {
+    {"selector", applySelector},
+    {"signature-id", [](VerifyRequest& r, const Values& v, std::string&) { r.signatureId = v.back(); return true; }},
+    {"all", [](VerifyRequest& r, const Values&, std::string&) { r.all = true; return true; }},
+    {"no-references", [](VerifyRequest& r, const Values&, std::string&) { r.noReferences = true; return true; }},
+    {"key", [](VerifyRequest& r, const Values& v, std::string&) { r.keyFile = v.back(); return true; }},
+    {"hmac-key", [](VerifyRequest& r, const Values& v, std::string&) { r.hmacKey = v.back(); r.hasHmacKey = true; return true; }},
+    {"hmac-encoding", [](VerifyRequest& r, const Values& v, std::string&) { r.hmacEncoding = v.back(); return true; }},
+    {"cert", [](VerifyRequest& r, const Values& v, std::string&) { r.certFiles = v; return true; }},
+    {"cert-dir", [](VerifyRequest& r, const Values& v, std::string&) { r.certDirs = v; return true; }},
+    {"ref-data", applyRefData},
+    {"external-dir", [](VerifyRequest& r, const Values& v, std::string&) { r.externalDirs = v; return true; }},
+    {"ignore-external", [](VerifyRequest& r, const Values&, std::string&) { r.ignoreExternal = true; return true; }},
+    {"option", [](VerifyRequest& r, const Values& v, std::string&) { r.options = v; return true; }},
+    {"verbose", [](VerifyRequest& r, const Values&, std::string&) { r.verbose = true; return true; }},
+    {"log", [](VerifyRequest& r, const Values&, std::string&) { r.log = true; return true; }},
+};
+// clang-format on
+
+}  // namespace
+
+bool verifyRequestFromArgs(const Args& args, VerifyRequest& out, std::string& error) {
+  for (const Row& row : kRows) {
+    if (!args.has(row.option)) continue;
+    Values values = args.values(row.option);
+    if (values.empty()) values.push_back(std::string());  // a flag
+    if (!row.apply(out, values, error)) return false;
+  }
+  return true;
+}
+
+}  // namespace cli

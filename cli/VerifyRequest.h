@@ -1,0 +1,43 @@
+// Everything a command line can ask of the verifier for one document, as plain data, so
+// that the per-document work can run without a command line (the Python module builds
+// one of these itself). Each option is one row of a table in VerifyRequest.cpp.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cli/Args.h"
+
+namespace cli {
+
+struct VerifyRequest {
+  // Which signature: signatureId when not empty, else selector; every one with all.
+  int selector = 0;
+  std::string signatureId;
+  bool all = false;
+  bool noReferences = false;  // check the signature value only
+
+  // Keys and certificates tried after the ones the signature's KeyInfo yields.
+  std::string keyFile;
+  std::string hmacKey;
+  bool hasHmacKey = false;  // an empty secret is still a secret
+  std::string hmacEncoding = "ascii";
+  std::vector<std::string> certFiles;
+  std::vector<std::string> certDirs;
+
+  // External data: by reference index, and directories searched by file name.
+  std::map<int, std::string> refData;
+  std::vector<std::string> externalDirs;
+  bool ignoreExternal = false;
+
+  std::vector<std::string> options;  // uncommon-option keywords, as given
+  bool verbose = false;
+  bool log = false;  // keep the verifier's log of each document
+};
+
+// Fills the request from the options the command accepted. False with a one-line reason
+// for a value that does not parse.
+bool verifyRequestFromArgs(const Args& args, VerifyRequest& out, std::string& error);
+
+}  // namespace cli
