@@ -9,8 +9,12 @@
 // accept them. Our verifier gets the same key once (SetPublicKey) and one object is reused.
 // Prints both times, the ratio, and our peak memory relative to the document size.
 //
-// XMLDSIG_BENCH_VERIFY_MAX_MB (default 100) caps the largest document; XMLDSIG_SHARED
-// points at the shared corpus (default: beside the checkout).
+//   file:NAME  each document listed in XMLDSIG_BENCH_VERIFY_FILES (separated by ':'), as
+//            bench/make_documents.py writes them: the key comes from the certificate in
+//            KeyInfo, which libxmlsec1 trusts when XMLDSIG_BENCH_VERIFY_CERT names it
+//
+// XMLDSIG_BENCH_VERIFY_MAX_MB (default 100; 0 for none) caps the largest generated document;
+// XMLDSIG_SHARED points at the shared corpus (default: beside the checkout).
 #include <benchmark/benchmark.h>
 #include <libxml/parser.h>
 #include <xmlsec/crypto.h>
@@ -70,21 +74,23 @@ const XString& genericDocument(size_t bytes) {
 struct OurVerifier {
   std::unique_ptr<ClsXmlDSig> dsig{ClsXmlDSig::createNewCls()};
 
-  explicit OurVerifier(const char* options) {
+  // withKey: the run's key is given up front; otherwise the document's KeyInfo supplies it.
+  explicit OurVerifier(const char* options, bool withKey = true) {
     dsig->put_UncommonOptions(XString(options));
+    if (!withKey) return;
     RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
     if (key && key->LoadFromString(XString(signer().publicKeyPem().c_str()))) dsig->SetPublicKey(*key);
   }
   bool verify(XString& doc) { return dsig->LoadSignature(doc) && dsig->VerifySignature(true); }
 };
 
-void runOurs(benchmark::State& state, const XString* text, const char* options) {
+void runOursWith(benchmark::State& state, const XString* text, const char* options, bool withKey) {
   XString doc(*text);  // the caller's text, which loading may repair in place
   if (doc.getUtf8Sb().isEmpty()) {
     state.SkipWithError("no document");
     return;
   }
-  OurVerifier verifier(options);
+  OurVerifier verifier(options, withKey);
   for (auto _ : state) {
     if (!verifier.verify(doc)) {
       state.SkipWithError(("not verified: " + verifier.dsig->lastErrorLine()).c_str());
@@ -93,6 +99,12 @@ void runOurs(benchmark::State& state, const XString* text, const char* options) 
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * doc.getUtf8Sb().getSize()));
 }
+
+void runOurs(benchmark::State& state, const XString* text, const char* options) {
+  runOursWith(state, text, options, true);
+}
+
+void runOursKeyInfo(benchmark::State& state, const XString* text) { runOursWith(state, text, "", false); }
 
 // ---- libxmlsec1 ----
 
@@ -113,6 +125,10 @@ class Xmlsec {
       xmlSecKeyDestroy(key);
       return;
     }
+    const char* cert = std::getenv("XMLDSIG_BENCH_VERIFY_CERT");
+    if (cert && *cert &&
+        xmlSecCryptoAppKeysMngrCertLoad(manager_, cert, xmlSecKeyDataFormatPem, xmlSecKeyDataTypeTrusted) < 0)
+      return;
     ready_ = true;
   }
   ~Xmlsec() {
@@ -196,8 +212,17 @@ class TimeCollector : public benchmark::ConsoleReporter {
 
 size_t maxMb() {
   const char* env = std::getenv("XMLDSIG_BENCH_VERIFY_MAX_MB");
-  const long mb = env ? std::atol(env) : 100;
-  return static_cast<size_t>(mb > 0 ? mb : 100);
+  const long mb = env && *env ? std::atol(env) : 100;
+  return static_cast<size_t>(mb > 0 ? mb : 0);
+}
+
+std::vector<std::string> listedFiles() {
+  std::vector<std::string> files;
+  const char* env = std::getenv("XMLDSIG_BENCH_VERIFY_FILES");
+  std::istringstream list(env ? env : "");
+  for (std::string path; std::getline(list, path, ':');)
+    if (!path.empty()) files.push_back(path);
+  return files;
 }
 
 // Our peak memory verifying a generic document of this size, and that of making it alone,
@@ -226,15 +251,31 @@ int main(int argc, char** argv) {
   const std::string zatcaText = readFile(zatcaInvoicePath());
   const size_t mb = 1024 * 1024;
 
-  g_rows.push_back({"small", 7 * 1024, 0, 0, 2.0});
-  g_rows.push_back({"zatca", zatcaText.empty() ? 14 * 1024 : zatcaText.size(), 0, 0, 0});
+  g_rows.push_back({"small", 7 * 1024, 0, 0, 4.0});
+  g_rows.push_back({"zatca", zatcaText.empty() ? 14 * 1024 : zatcaText.size(), 0, 0, 1.0});
   for (size_t size : {size_t(10), size_t(100)})
-    if (size <= maxMb()) g_rows.push_back({std::to_string(size) + "MB", size * mb, 0, 0, size == 100 ? 4.0 : 0});
+    if (size <= maxMb()) g_rows.push_back({std::to_string(size) + "MB", size * mb, 0, 0, size == 100 ? 8.0 : 0});
   for (Row& row : g_rows)
     if (row.bytes >= mb) measureMemory(row);
 
+  std::vector<std::unique_ptr<XString>> files;
+  for (const std::string& path : listedFiles()) {
+    const std::string text = readFile(path);
+    if (text.empty()) {
+      std::fprintf(stderr, "cannot read %s: skipped\n", path.c_str());
+      continue;
+    }
+    files.push_back(std::make_unique<XString>(text.c_str()));
+    const std::string name = "file:" + path.substr(path.find_last_of('/') + 1);
+    g_rows.push_back({name, text.size(), 0, 0, 0});
+    for (auto* b : {benchmark::RegisterBenchmark(("ours/" + name).c_str(), runOursKeyInfo, files.back().get()),
+                    benchmark::RegisterBenchmark(("libxmlsec1/" + name).c_str(), runXmlsec, files.back().get())})
+      b->Unit(text.size() >= mb ? benchmark::kMillisecond : benchmark::kMicrosecond)->MinTime(0.5);
+  }
+
   XString zatca(zatcaText.c_str());
   for (const Row& row : g_rows) {
+    if (row.name.rfind("file:", 0) == 0) continue;  // registered above
     const bool big = row.bytes >= mb;
     const double minTime = big ? 0.1 : 0.5;
     if (row.name == "zatca") {
@@ -266,13 +307,13 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
 
-  std::printf("\n%-8s %10s %12s %14s %8s  %s\n", "document", "size", "ours (ms)", "libxmlsec1 (ms)", "ratio",
+  std::printf("\n%-30s %10s %12s %14s %8s  %s\n", "document", "size", "ours (ms)", "libxmlsec1 (ms)", "ratio",
               "target");
   for (const Row& row : g_rows) {
     if (row.oursMs <= 0 || row.theirsMs <= 0) continue;
     char target[32] = "";
     if (row.minRatio > 0) std::snprintf(target, sizeof target, ">= %.0f", row.minRatio);
-    std::printf("%-8s %9.1fK %12.3f %14.3f %8.2f  %s\n", row.name.c_str(), row.bytes / 1024.0, row.oursMs,
+    std::printf("%-30s %9.1fK %12.3f %14.3f %8.2f  %s\n", row.name.c_str(), row.bytes / 1024.0, row.oursMs,
                 row.theirsMs, row.theirsMs / row.oursMs, target);
   }
   std::printf("(zatca: ours on the ZATCA invoice with the ZATCA option, libxmlsec1 on a generic document of the "
