@@ -28,6 +28,7 @@ const char* reasonText(int reason) {
     case 1: return "digest mismatch";
     case 2: return "external data missing or unreadable";
     case 3: return "no such reference";
+    case 4: return "unknown algorithm";
     case 5: return "canonicalization failed";
     default: return "failed before a reason was known";
   }
@@ -178,7 +179,8 @@ const CommandSpec& refsSpec() {
       "does, with the same document-family rules and retries, but does not verify the "
       "signature value. For each reference it prints its index, URI, the result, the "
       "calculated and the stored digest, and on failure the RefFailReason: 1 digest "
-      "mismatch, 2 external data missing or unreadable, 3 no such reference, 5 "
+      "mismatch, 2 external data missing or unreadable, 3 no such reference, 4 unknown "
+      "algorithm (a digest method URI that is not known exactly), 5 "
       "canonicalization failed, 99 failed before a reason was known (an unsupported "
       "transform, a file that cannot be opened).\n\n"
       "References that point outside the document need their data: give it with --ref-data "

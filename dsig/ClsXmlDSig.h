@@ -49,6 +49,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool get_IgnoreExternalRefs() const { return m_ignoreExternalRefs; }
   void put_IgnoreExternalRefs(bool v) { m_ignoreExternalRefs = v; }
   int get_RefFailReason() const { return m_refFailReason; }
+  // RefFailReason of a reference whose algorithm URI (digest method) is not known.
+  static constexpr int kRefFailUnknownAlgorithm = 4;
   bool get_WithComments() const { return m_withComments; }
   void put_WithComments(bool v) { m_withComments = v; }
 
@@ -113,8 +115,6 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // (namespace declarations, xml:* attributes); offset is where SignedInfo starts in it.
   // False when the tree cannot vouch for that being equivalent to the whole document.
   bool signedInfoInContext(size_t signedInfoStart, size_t signedInfoLength, StringBuffer& text, size_t& offset);
-  static int signatureMethodToHashAlg(const StringBuffer& algorithmUri, LogBase& log);
-  static int signatureMethodToKeyType(const StringBuffer& algorithmUri, LogBase& log);
 
   // ---- references ----
   bool verifyReferenceDigest(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);

@@ -15,6 +15,7 @@
 #include "crypto/_btPublicKey.h"
 #include "crypto/_btHash.h"
 #include "crypto/ClsPublicKey.h"
+#include "dsig/AlgorithmTables.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/DocumentFamilyMarkers.h"
 #include "dsig/reference/DSigReference.h"
@@ -397,28 +398,26 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     return false;
   }
   log.LogDataSb("SignatureMethod", signatureMethod);
-  const int hashId = signatureMethodToHashAlg(signatureMethod, log);
-  if (hashId < 0) {
-    log.LogError("Hash algorithm not implemented yet by Brantel.");
+  // Only a method known exactly is used: an unknown URI is never read as a nearby one.
+  const dsig_algorithms::SignatureMethod* method = dsig_algorithms::findSignatureMethod(signatureMethod.view());
+  if (!method) {
+    const std::string error = "Unknown SignatureMethod algorithm: \"" + std::string(signatureMethod.view()) + "\"";
+    log.LogError(error.c_str());
+    logSuccessFailure2(false, log);
     return false;
   }
-  const int keyType = signatureMethodToKeyType(signatureMethod, log);
-  if (keyType < 0) {
-    log.LogError("Key type not implemented yet by Brantel.");
-    return false;
-  }
+  const int hashId = method->hashId;
+  const int keyType = static_cast<int>(method->keyType);
 
   DataBuffer signedHash;
-  if (hashId != 0) {
-    if (m_isZatca) {
-      DataBuffer invoiceHash;
-      ContentCoding::decodeBase64ToDb(canonSignedInfo.getString(), canonSignedInfo.getSize(), invoiceHash);
-      _btHash::doHash(invoiceHash.getData2(), invoiceHash.getSize(), hashId, signedHash);
-    } else if (m_isMyInvois) {
-      signedHash = m_myInvoisDigest;
-    } else {
-      _btHash::doHash(canonSignedInfo.getString(), canonSignedInfo.getSize(), hashId, signedHash);
-    }
+  if (m_isZatca) {
+    DataBuffer invoiceHash;
+    ContentCoding::decodeBase64ToDb(canonSignedInfo.getString(), canonSignedInfo.getSize(), invoiceHash);
+    _btHash::doHash(invoiceHash.getData2(), invoiceHash.getSize(), hashId, signedHash);
+  } else if (m_isMyInvois) {
+    signedHash = m_myInvoisDigest;
+  } else {
+    _btHash::doHash(canonSignedInfo.getString(), canonSignedInfo.getSize(), hashId, signedHash);
   }
 
   ExtPtrArrayRc keys;
@@ -442,7 +441,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   bool valid = false;
   if (keyType == 1) {
     log.LogDataLong("numRsaKeys", keys.getSize());
-    const int padding = signatureMethod.containsSubstring("MGF1") ? 3 : 1;
+    const int padding = static_cast<int>(method->padding);
     for (int i = 0; i < keys.getSize(); ++i) {
       auto* key = static_cast<ClsPublicKey*>(keys.elementAt(i));
       if (!key) continue;

@@ -1,7 +1,8 @@
-// Reading one Reference element of a SignedInfo into a DSigReference, the digest-method
-// table, and the log record of a parsed reference.
+// Reading one Reference element of a SignedInfo into a DSigReference, its digest method,
+// and the log record of a parsed reference.
 #include "dsig/reference/DSigReference.h"
 
+#include "dsig/AlgorithmTables.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 
@@ -47,16 +48,8 @@ bool DSigReference::parseReference(ClsXml* reference, LogBase& log) {
 }
 
 int DSigReference::getHashAlg() const {
-  // Substring tests, first match wins. The SHA-256 test is deliberately repeated; the
-  // second can never match where the first did not.
-  if (digestMethod.containsSubstringNoCase("sha256")) return 7;
-  if (digestMethod.containsSubstringNoCase("sha256")) return 7;
-  if (digestMethod.containsSubstringNoCase("sha512")) return 3;
-  if (digestMethod.containsSubstringNoCase("sha384")) return 2;
-  if (digestMethod.containsSubstringNoCase("md5")) return 5;
-  if (digestMethod.containsSubstringNoCase("ripemd160")) return 10;
-  // SHA-1, the base standard's method; unknown methods (SHA-224 included) also land here.
-  return 1;
+  const dsig_algorithms::DigestMethod* method = dsig_algorithms::findDigestMethod(digestMethod.view());
+  return method ? method->hashId : 0;
 }
 
 void DSigReference::logReference(LogBase& log) const {

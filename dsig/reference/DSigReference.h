@@ -19,7 +19,7 @@ class DSigReference {
 
   // Fills the fields from a Reference element; always true.
   bool parseReference(ClsXml* reference, LogBase& log);
-  // Hash identifier of the digest method (unknown methods give SHA-1).
+  // Hash identifier of the digest method; 0 when the URI is not a known digest method.
   int getHashAlg() const;
   void logReference(LogBase& log) const;
   // Removes the ebXML header blocks addressed to the next message handler.

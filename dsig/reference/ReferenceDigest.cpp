@@ -2,6 +2,8 @@
 // VerifyReferenceDigest, the retry that switches the attribute-sorting emulation, one
 // attempt with its dispatch to the same-document or external path, and the comparison
 // of a same-document digest with the stored value.
+#include <string>
+
 #include "crypto/_btHash.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/reference/DSigReference.h"
@@ -81,6 +83,13 @@ bool ClsXmlDSig::verifyReferenceDigest2(int index, bool& externalDataMissing, Ex
 
   DSigReference ref;
   ref.parseReference(referenceXml.get(), log);
+  // A digest method that is not known exactly is refused rather than replaced by another.
+  if (ref.getHashAlg() == 0) {
+    const std::string error = "Unknown DigestMethod algorithm: \"" + std::string(ref.digestMethod.view()) + "\"";
+    log.LogError(error.c_str());
+    m_refFailReason = kRefFailUnknownAlgorithm;
+    return false;
+  }
   StringBuffer uri(ref.uri);
   uri.trim2();
 
