@@ -1,0 +1,37 @@
+"""python3 -m xmldsig.batch on a local Dask cluster against `xmldsig verify --all --json`."""
+from __future__ import annotations
+
+import os
+import subprocess
+import sys
+from pathlib import Path
+
+import xmldsig
+from conftest import run_tool
+
+# A few corpus directories: documents of several families, valid and not, one and two
+# signatures; small enough to run in seconds.
+DIRECTORIES = ["families/zatca/zatca-sdk348-simplified_invoice", "families/xades-t",
+               "interop/xmlsec/xmldsig11-interop-2012"]
+
+
+def test_batch_on_two_workers_prints_the_tools_lines(corpus, tool, tmp_path):
+    not_xml = tmp_path / "not-xml.xml"
+    not_xml.write_bytes(b"%PDF-1.4 not a document")
+    missing = str(tmp_path / "missing.xml")
+    roots = [str(corpus / d) for d in DIRECTORIES] + [str(not_xml), missing]
+    files = sorted(str(p) for d in DIRECTORIES for p in (corpus / d).rglob("*.xml")) + [str(not_xml), missing]
+    assert len(files) > 20
+
+    env = dict(os.environ, PYTHONPATH=str(Path(xmldsig.__file__).resolve().parents[1]))
+    batch = subprocess.run([sys.executable, "-m", "xmldsig.batch", "--workers", "2", "--files-per-task", "7",
+                            "--all", "--hmac-key", "testkey", "--option", "ZATCA", *roots],
+                           capture_output=True, env=env, timeout=300)
+    expected = run_tool(tool, ["verify", "--all", "--json", "--hmac-key", "testkey", "--option", "ZATCA", *files])
+
+    stderr = batch.stderr.decode("utf-8", "replace")
+    lines = batch.stdout.decode("utf-8").splitlines()
+    assert sorted(lines) == sorted(expected.lines()), stderr
+    assert batch.returncode == expected.status == 2
+    assert f"{len(files)} files" in stderr.splitlines()[-1]
+    assert "\r" not in stderr  # no progress bar when standard error is not a terminal
