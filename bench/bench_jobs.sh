@@ -26,22 +26,25 @@ corpus="${XMLDSIG_SHARED:-$here/../../shared}/corpus"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 
-mapfile -d '' sources < <(find "$corpus" -name '*.xml' -type f -print0 | sort -z)
+# One cp per round (a process per file takes minutes on a busy machine), each round in its
+# own directory with the corpus layout, so that names from different folders stay apart.
+mapfile -d '' sources < <(cd "$corpus" && find . -name '*.xml' -type f -print0 | sort -z)
 [ ${#sources[@]} -gt 0 ] || { echo "bench_jobs: no XML files under $corpus" >&2; exit 2; }
 mkdir "$work/docs"
 n=0 round=0
 while [ "$n" -lt "$count" ]; do
-  for src in "${sources[@]}"; do
-    cp "$src" "$work/docs/$(printf '%06d' "$n")-$round.xml"
-    n=$((n + 1))
-  done
+  dir="$work/docs/$(printf '%03d' "$round")"
+  mkdir "$dir"
+  (cd "$corpus" && cp --parents "${sources[@]}" "$dir/")
+  n=$((n + ${#sources[@]}))
   round=$((round + 1))
 done
+mapfile -d '' files < <(cd "$work/docs" && find . -name '*.xml' -type f -print0 | sort -z)
 bytes=$(du -sb "$work/docs" | cut -f1)
 echo "bench_jobs: $n files ($((bytes / 1024 / 1024)) MiB, ${#sources[@]} corpus documents x $round) on $(nproc) processors"
 
 # Warm the page cache so that the first run does not pay for reading the files.
-cat "$work/docs"/*.xml >/dev/null
+(cd "$work/docs" && cat "${files[@]}" >/dev/null)
 
 # CPU use tells a busy machine apart from a run that does not scale: on an idle machine
 # --jobs N should come near N x 100%.
@@ -53,7 +56,7 @@ for j in "${jobs[@]}"; do
   echo "0 0" >"$work/cpu"
   start=$(date +%s.%N)
   # Exit status 1 or 2 only says that some documents are invalid or unreadable.
-  (cd "$work/docs" && "${timer[@]}" "$bin" verify --json --jobs "$j" ./*.xml >"$work/out-$j.jsonl" 2>/dev/null) || true
+  (cd "$work/docs" && "${timer[@]}" "$bin" verify --json --jobs "$j" "${files[@]}" >"$work/out-$j.jsonl" 2>/dev/null) || true
   end=$(date +%s.%N)
   lines=$(wc -l <"$work/out-$j.jsonl")
   read -r user sys < <(tail -n 1 "$work/cpu")

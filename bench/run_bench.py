@@ -36,6 +36,11 @@ def parse_size(text):
     return int(text[:-1]) * units[text[-1]] if text[-1] in units else int(text)
 
 
+def nominal_size(name):
+    """The size a document was made for, from the end of its name (realistic-incl-10M: 10 MB)."""
+    return parse_size(name.rsplit("-", 1)[1])
+
+
 def timed(cmd, expect_ok=True):
     """(wall seconds, cpu seconds, peak RSS in kB) of one run of cmd."""
     with tempfile.NamedTemporaryFile("r", suffix=".time") as out:
@@ -71,11 +76,11 @@ def whole_process(build, docs, rows, runs, max_size):
     xmldsig = os.path.join(build, "xmldsig")
     cert = os.path.join(docs, "cert.pem")
     print("\n== Whole process: median of %d runs, wall seconds (CPU seconds) ==" % runs)
-    print("%-24s %8s %15s %16s %13s %13s %9s  %s" % (
-        "document", "MB", "xmldsig s (cpu)", "other s (cpu)", "ratio (cpu)", "peak RSS MB", "info MB/s",
+    print("%-24s %8s %15s %16s %13s %13s %14s  %s" % (
+        "document", "MB", "xmldsig s (cpu)", "other s (cpu)", "ratio (cpu)", "peak RSS MB", "info MB/s (cpu)",
         "targets"))
     for name, size, path in rows:
-        if size > max_size:
+        if nominal_size(name) > max_size:
             continue
         big = size > 100 * MB
         ours, theirs, info = [], [], []
@@ -88,24 +93,25 @@ def whole_process(build, docs, rows, runs, max_size):
         other_wall, other_cpu = (statistics.median(r[i] for r in theirs) for i in (0, 1))
         rss_mb = max(r[2] for r in ours) / 1024
         rss = rss_mb * MB / size
-        info_rate = size / MB / statistics.median(r[0] for r in info)
+        info_wall, info_cpu = (size / MB / max(statistics.median(r[i] for r in info), 0.01) for i in (0, 1))
         targets = []
         if big:
             ratio, cpu_ratio = wall / other_wall, cpu / other_cpu  # our time in sha256sum times
-            targets.append("<= 10x sha256sum: %s" % verdict(ratio <= 10))
+            targets.append("<= 10x sha256sum: %s" % verdict(cpu_ratio <= 10))
             targets.append("RSS <= 2x: %s" % verdict(rss <= 2))
         else:
             ratio, cpu_ratio = other_wall / wall, other_cpu / cpu  # times faster than xmlsec1
             if size >= 100 * MB and name.startswith("realistic"):
-                targets.append(">= 8x: %s" % verdict(ratio >= 8))
+                targets.append(">= 8x: %s" % verdict(cpu_ratio >= 8))
                 targets.append("RSS <= 2x: %s" % verdict(rss <= 2))
         if size >= 100 * MB and name.startswith("realistic-incl-") and "crlf" not in name:
-            targets.append("info >= 400 MB/s: %s" % verdict(info_rate >= 400))
-        print("%-24s %8.2f %7.3f (%6.2f) %7.3f (%6.2f) %5.2f%s (%5.2f) %6.0f %5.1fx %9.1f  %s" % (
+            targets.append("info >= 400 MB/s: %s" % verdict(info_cpu >= 400))
+        print("%-24s %8.2f %7.3f (%6.2f) %7.3f (%6.2f) %5.2f%s (%5.2f) %6.0f %5.1fx %6.0f (%6.0f)  %s" % (
             name, size / MB, wall, cpu, other_wall, other_cpu, ratio, "s" if big else "x", cpu_ratio, rss_mb,
-            rss, info_rate, ", ".join(targets)), flush=True)
+            rss, info_wall, info_cpu, ", ".join(targets)), flush=True)
     print("other: xmlsec1 --verify; over 100 MB sha256sum. ratio: xmlsec1's time / ours ('x'), or ours / "
-          "sha256sum's ('s').\nTargets are judged on wall time; peak RSS is ours, as a multiple of the document.")
+          "sha256sum's ('s').\nTargets are judged on CPU time (user + system): on a shared machine the wall time "
+          "includes waiting for a core.\nPeak RSS is ours, in MB and as a multiple of the document.")
 
 
 def in_process(build, docs, rows):
