@@ -5,7 +5,9 @@
 // after itself, never throws, and explains a failure in the log.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "dsig/SystemCertsHolder.h"
 #include "dsig/_clsXmlDSigBase.h"
@@ -51,8 +53,19 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   int get_RefFailReason() const { return m_refFailReason; }
   // RefFailReason of a reference whose algorithm URI (digest method) is not known.
   static constexpr int kRefFailUnknownAlgorithm = 4;
+  // RefFailReason of a same-document reference whose Id is carried by several elements.
+  static constexpr int kRefFailAmbiguousId = 6;
+  // RefFailReason of a reference that would exceed a work limit (MaxTransforms, MaxCanonicalBytes).
+  static constexpr int kRefFailLimit = 7;
   bool get_WithComments() const { return m_withComments; }
   void put_WithComments(bool v) { m_withComments = v; }
+  // Limits on the work one verification may do; exceeding one fails it with a clear reason.
+  int get_MaxReferences() const { return m_maxReferences; }
+  void put_MaxReferences(int n) { m_maxReferences = n > 0 ? n : 1; }
+  int get_MaxTransforms() const { return m_maxTransforms; }
+  void put_MaxTransforms(int n) { m_maxTransforms = n > 0 ? n : 1; }
+  int64_t get_MaxCanonicalBytes() const { return m_maxCanonicalBytes; }
+  void put_MaxCanonicalBytes(int64_t n) { m_maxCanonicalBytes = n > 0 ? n : 1; }
 
   // ---- public operations ----
   bool LoadSignature(XString& xml);
@@ -101,25 +114,46 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
 
   // ---- verification ----
   bool verifySignature(bool verifyReferenceDigests, LogBase& log);
-  // Finds the selected signature in the document text: by its Id when it has one (a miss is
-  // logged as information with infoTag), else by the digest value of its first reference.
+  // The selected signature and its SignedInfo as spans of the document text, taken from
+  // the parsed tree. With m_recordXadesPositions the text scan also records the XAdES
+  // positions, and must have found that same element. (The Id and digest arguments only
+  // name the signature in the log.)
   bool locateSignature(XmlSigLocate& locator, const StringBuffer& signatureId, const StringBuffer& firstRefDigest,
                        int infoTag, LogBase& log);
-  // The same answer as the text scan of m_xmlSb, taken from the element spans of the parsed
-  // tree (built from that text) when nothing in the document could make the two differ.
-  // False means the scan must decide; the locator is then left as it was.
-  bool locateSignatureInTree(XmlSigLocate& locator, const StringBuffer& signatureId,
-                             const StringBuffer& firstRefDigest);
-  // A small document holding the selected signature's SignedInfo (the span given) inside
-  // its ancestors' start tags, which keep only what a canonicalized descendant inherits
-  // (namespace declarations, xml:* attributes); offset is where SignedInfo starts in it.
-  // False when the tree cannot vouch for that being equivalent to the whole document.
-  bool signedInfoInContext(size_t signedInfoStart, size_t signedInfoLength, StringBuffer& text, size_t& offset);
+  // Whether the selected signature is built as a signature must be: exactly one
+  // SignedInfo, then exactly one SignatureValue, at most one KeyInfo, then Objects, all of
+  // the XML-Signature namespace. Logs what is wrong.
+  bool checkSignatureStructure(LogBase& log);
+  // A byte range [start, end) of the document text.
+  struct TextSpan {
+    size_t start = 0;
+    size_t end = 0;
+  };
+  // What the enveloped-signature transform cuts: the selected signature and the
+  // XML-Signature Signature elements that directly follow it as its siblings (white space
+  // between them allowed), each along its own span, in document order.
+  void envelopedCutSpans(std::vector<TextSpan>& spans);
+  // The element a same-document fragment ("X" or "xpointer(id('X'))") names, by the Id
+  // index: exactly one element must carry the value. False (with m_refFailReason and the
+  // log saying why) when none or several do.
+  bool resolveIdTarget(const StringBuffer& id, uint32_t& nodeIndex, LogBase& log);
+  // A small document holding the element (node index) inside its ancestors' start tags,
+  // which keep only what a canonicalized descendant inherits (namespace declarations,
+  // xml:* attributes), with the cut spans inside the element left out; offset is where
+  // the element starts in it. False when the tree cannot vouch for that being equivalent
+  // to the whole document (a DTD).
+  bool elementInContext(uint32_t nodeIndex, const std::vector<TextSpan>& cuts, StringBuffer& text, size_t& offset);
+  static int signatureMethodToHashAlg(const StringBuffer& algorithmUri, LogBase& log);
+  static int signatureMethodToKeyType(const StringBuffer& algorithmUri, LogBase& log);
 
   // ---- references ----
   bool verifyReferenceDigest(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
   bool verifyReferenceDigest2(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
   bool verifyInternalReference(int index, StringBuffer& uri, DSigReference& ref, LogBase& log);
+  // One pass of the same-document pipeline; keepComments lets a WithComments method keep
+  // the comments of a whole-document reference, droppedComments says whether it mattered.
+  bool internalReferencePass(StringBuffer& uri, DSigReference& ref, bool keepComments, bool& droppedComments,
+                             LogBase& log);
   bool verifyExternalReference(int index, const StringBuffer& uri, DSigReference& ref,
                                bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
   // Compares a same-document reference's computed digest with its stored value, through
@@ -142,13 +176,14 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // ---- transforms on document text ----
   bool transformEnvelopedSignature(StringBuffer& xml, StringBuffer& unused1, StringBuffer& unused2,
                                    DSigReference& ref, LogBase& log);
-  bool removeSignatureAndFollowingSigs(StringBuffer& xml, unsigned start, unsigned length, LogBase& log);
-  // Where the removal of the signature at [start, start + length) ends: past the signatures
-  // that directly follow it.
-  static size_t signatureRemovalEnd(const StringBuffer& xml, size_t start, size_t length);
-  // Records the located signature as the working text's cut-out span, when the document
-  // can be read in place that way; false when the text must be copied and cut instead.
-  bool cutSignatureInPlace(size_t start, size_t length);
+  // Cuts the spans (document offsets, from envelopedCutSpans) out of a working text that
+  // is no longer the document: each is found at the place the text scan names for the
+  // selected signature and must hold exactly the bytes of the document's span.
+  bool cutSpansFromTransformedText(StringBuffer& xml, const std::vector<TextSpan>& spans, DSigReference& ref,
+                                   LogBase& log);
+  // Whether the canonicalization byte budget of this verification still holds after
+  // `bytes` more; logs the failure.
+  bool chargeCanonicalBytes(size_t bytes, LogBase& log);
   bool canonicalizeXml(XString& xml, XString& version, bool withComments, XString& outXml, LogBase& log);
   bool canonicalizeFragment(XString& xml, XString& fragmentId, XString& version, XString& prefixList,
                             bool withComments, XString& outXml, LogBase& log);
@@ -190,14 +225,21 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool m_constructed = true;         // set at construction; read by nothing
   DataBuffer m_hmacKey;
   int32_t m_selector = 0;
-  // While `inPlace`, the same-document pipeline's working text is m_xmlSb less the span
-  // [cutStart, cutStart + cutLength): it is read where it is instead of being copied, and
-  // while nothing is cut the enveloped-signature transform may locate the signature in the
-  // tree. Transforms that need a text of their own copy it first.
+  // While `inPlace`, the same-document pipeline's working text is m_xmlSb less the cut
+  // spans (sorted, disjoint): it is read where it is instead of being copied, and element
+  // offsets of the tree still name its elements. Transforms that need a text of their own
+  // copy it first.
   struct PipelineText {
     bool inPlace = false;
-    size_t cutStart = 0;
-    size_t cutLength = 0;
+    std::vector<TextSpan> cuts;
+    // Comments are kept by a WithComments canonicalization of a whole-document reference
+    // (tried only after the form without them failed); noted when that made a difference.
+    bool keepCommentsOfWholeDocument = false;
+    bool droppedComments = false;
   };
   PipelineText m_pipelineText;
+  int32_t m_maxReferences = 100000;
+  int32_t m_maxTransforms = 100;
+  int64_t m_maxCanonicalBytes = 64LL * 1024 * 1024;
+  int64_t m_canonicalBytesUsed = 0;  // by the verification under way
 };

@@ -1,7 +1,7 @@
-// VerifySignature: verifies the selected signature from end to end. Every reference is
-// checked first (none is skipped after a failure), then the signature is located in the
-// document text, its SignedInfo canonicalized in place (with the document-family cases),
-// hashed, and the signature value checked under every candidate key.
+// VerifySignature: verifies the selected signature from end to end. Its structure is
+// checked first, then every reference (none is skipped after a failure), then its
+// SignedInfo, located in the parsed document, is canonicalized (with the document-family
+// cases), hashed, and the signature value checked under every candidate key.
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -19,12 +19,14 @@
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/DocumentFamilyMarkers.h"
 #include "dsig/reference/DSigReference.h"
+#include "dsig/transform/TransformAlgorithms.h"
 #include "support/ClsXml.h"
 #include "support/ContentCoding.h"
 #include "support/ExtPtrArray.h"
 #include "support/LogBase.h"
 #include "xml/XmlCanon.h"
 #include "xml/XmlSigLocate.h"
+#include "xml/XmlTree.h"
 
 namespace {
 
@@ -36,191 +38,7 @@ std::string siiDomainWithoutHost() {
   return dot == std::string::npos ? domain : domain.substr(dot + 1);
 }
 
-std::string withoutXmlSpace(const StringBuffer& s) {
-  std::string out;
-  out.reserve(s.getSize());
-  for (char c : s.view())
-    if (c != ' ' && c != '\t' && c != '\r' && c != '\n') out.push_back(c);
-  return out;
-}
-
-// Whether a DigestValue of a Reference directly inside the first SignedInfo of the
-// signature holds digest (white space ignored on both sides), as the digest scan decides.
-bool holdsReferenceDigest(ClsXml& signature, const std::string& digest) {
-  RcPtr<ClsXml> signedInfo(signature.getChildWithTagUtf8("*:SignedInfo"));
-  if (!signedInfo) return false;
-  LogNull quiet;
-  StringBuffer content;
-  for (int r = 0;; ++r) {
-    RcPtr<ClsXml> reference(signedInfo->getNthChildWithTagUtf8("*:Reference", r, quiet));
-    if (!reference) return false;
-    for (int d = 0;; ++d) {
-      RcPtr<ClsXml> digestValue(reference->getNthChildWithTagUtf8("*:DigestValue", d, quiet));
-      if (!digestValue) break;
-      content.clear();
-      digestValue->getContentSb(content);
-      if (withoutXmlSpace(content) == digest) return true;
-    }
-  }
-}
-
-bool isSignatureStart(const std::vector<size_t>& sortedStarts, size_t start) {
-  return std::binary_search(sortedStarts.begin(), sortedStarts.end(), start);
-}
-
-// Whether every element named Signature, SignedInfo or SignatureValue (any prefix, any
-// namespace) that starts before `before` is acceptable: a Signature is one of the
-// signatures itself, a SignedInfo or SignatureValue has one of them as its parent. One walk
-// over the document checks all three names.
-bool allListedBefore(ClsXml& root, const std::vector<size_t>& signatureStarts, size_t before) {
-  const std::initializer_list<const char*> names = {"*:Signature", "*:SignedInfo", "*:SignatureValue"};
-  RcPtr<ClsXml> element(root.searchForAnyTag(nullptr, names));
-  while (element && element->sourceStart() < before) {
-    size_t start = element->sourceStart();
-    if (element->localNameView() != "Signature") {
-      RcPtr<ClsXml> parent(element->getParent());
-      if (!parent) return false;
-      start = parent->sourceStart();
-    }
-    if (!isSignatureStart(signatureStarts, start)) return false;
-    element.reset(root.searchForAnyTag(element.get(), names));
-  }
-  return true;
-}
-
-void appendEscapedAttributeValue(const StringBuffer& value, std::string& out) {
-  for (char c : value.view()) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\t': out += "&#9;"; break;
-      case '\n': out += "&#10;"; break;
-      case '\r': out += "&#13;"; break;
-      default: out.push_back(c);
-    }
-  }
-}
-
-// Whether an attribute of an ancestor can show in the canonical form of a descendant
-// canonicalized as a document subset: namespace declarations and xml:* attributes.
-bool inheritedByDescendants(const StringBuffer& name) {
-  const std::string_view n = name.view();
-  return n == "xmlns" || n.compare(0, 6, "xmlns:") == 0 || n.compare(0, 4, "xml:") == 0;
-}
-
 }  // namespace
-
-bool ClsXmlDSig::signedInfoInContext(size_t signedInfoStart, size_t signedInfoLength, StringBuffer& text,
-                                     size_t& offset) {
-  if (!m_xmlRoot || signedInfoLength == 0 || signedInfoStart + signedInfoLength > m_xmlSb.getSize()) return false;
-  const size_t rootStart = m_xmlRoot->sourceStart();
-  if (rootStart > m_xmlSb.getSize() || m_xmlSb.view().substr(0, rootStart).find("<!DOCTYPE") != std::string_view::npos)
-    return false;
-  ClsXml* signature = selectedSignature();
-  if (!signature) return false;
-  RcPtr<ClsXml> signedInfo(signature->getChildWithTagUtf8("*:SignedInfo"));
-  if (!signedInfo || signedInfo->sourceStart() != signedInfoStart ||
-      signedInfo->sourceEnd() != signedInfoStart + signedInfoLength)
-    return false;
-
-  std::vector<RcPtr<ClsXml>> ancestors;  // nearest first
-  for (RcPtr<ClsXml> parent(signedInfo->getParent()); parent && !parent->isEmptyHandle();
-       parent.reset(ancestors.back()->getParent()))
-    ancestors.push_back(std::move(parent));
-
-  std::string out;
-  StringBuffer tag, name, value;
-  for (auto it = ancestors.rbegin(); it != ancestors.rend(); ++it) {
-    ClsXml& element = **it;
-    element.getTag(tag);
-    out += '<';
-    out += tag.view();
-    const int numAttributes = element.get_NumAttributes();
-    for (int i = 0; i < numAttributes; ++i) {
-      if (!element.getAttributeName(i, name) || !inheritedByDescendants(name)) continue;
-      if (!element.getAttributeValue(i, value)) return false;
-      out += ' ';
-      out += name.view();
-      out += "=\"";
-      appendEscapedAttributeValue(value, out);
-      out += '"';
-    }
-    out += '>';
-  }
-  offset = out.size();
-  out += m_xmlSb.view().substr(signedInfoStart, signedInfoLength);
-  for (const RcPtr<ClsXml>& element : ancestors) {
-    element->getTag(tag);
-    out += "</";
-    out += tag.view();
-    out += '>';
-  }
-  text.setString(std::string_view(out));
-  return true;
-}
-
-// The scan and the tree read the same text with the same scanner, but the scan also takes
-// elements the tree does not list as signatures (a Signature outside the XML-Signature
-// namespace, an element with only one of SignedInfo and SignatureValue) and gives nested
-// signatures its own precedence. So the tree answers only when the signatures do not nest
-// and every element that the scan could take for one, up to the found signature, is one
-// of the tree's; and never when a DTD could change how attributes read.
-bool ClsXmlDSig::locateSignatureInTree(XmlSigLocate& locator, const StringBuffer& signatureId,
-                                       const StringBuffer& firstRefDigest) {
-  if (locator.m_recordXadesPositions || !m_xmlRoot || m_signatures.getSize() == 0) return false;
-  const size_t rootStart = m_xmlRoot->sourceStart();
-  if (rootStart > m_xmlSb.getSize() || m_xmlSb.view().substr(0, rootStart).find("<!DOCTYPE") != std::string_view::npos)
-    return false;
-
-  const bool byId = !signatureId.isEmpty();
-  const std::string digest = withoutXmlSpace(firstRefDigest);
-  if (!byId && digest.empty()) return false;
-
-  std::vector<size_t> starts;
-  ClsXml* found = nullptr;
-  size_t previousEnd = 0;
-  StringBuffer id;
-  for (int i = 0; i < m_signatures.getSize(); ++i) {
-    auto* sig = static_cast<ClsXml*>(m_signatures.elementAt(i));
-    if (!sig) return false;
-    if (i > 0 && sig->sourceStart() < previousEnd) return false;  // nested
-    previousEnd = sig->sourceEnd();
-    starts.push_back(sig->sourceStart());
-    if (found) continue;
-    if (byId ? (sig->getAttrValue("Id", id) && id.equals(signatureId)) : holdsReferenceDigest(*sig, digest))
-      found = sig;
-  }
-  if (!found) return false;
-
-  const size_t before = found->sourceEnd();
-  if (!allListedBefore(*m_xmlRoot, starts, before)) return false;
-
-  locator.m_sigStart = static_cast<unsigned>(found->sourceStart());
-  locator.m_sigLength = static_cast<unsigned>(found->sourceEnd() - found->sourceStart());
-  locator.m_signedInfoStart = locator.m_signedInfoLength = 0;
-  RcPtr<ClsXml> signedInfo(found->getChildWithTagUtf8("*:SignedInfo"));
-  if (signedInfo && signedInfo->sourceEnd() > signedInfo->sourceStart()) {
-    locator.m_signedInfoStart = static_cast<unsigned>(signedInfo->sourceStart());
-    locator.m_signedInfoLength = static_cast<unsigned>(signedInfo->sourceEnd() - signedInfo->sourceStart());
-  }
-  return true;
-}
-
-bool ClsXmlDSig::locateSignature(XmlSigLocate& locator, const StringBuffer& signatureId,
-                                 const StringBuffer& firstRefDigest, int infoTag, LogBase& log) {
-  if (locateSignatureInTree(locator, signatureId, firstRefDigest)) return true;
-  _btXmlDtd dtd;
-  if (!signatureId.isEmpty()) {
-    if (locator.FindXmlSigById(signatureId.getString(), m_xmlSb, dtd, log)) return true;
-    log.LogInfo_n("Unable to find the Signature by Id.", infoTag);
-    log.LogDataSb("signatureId", signatureId);
-    return false;
-  }
-  if (locator.FindXmlSigByRefDigest(firstRefDigest.getString(), m_xmlSb, dtd, log)) return true;
-  log.LogError("Unable to find the Signature.");
-  return false;
-}
 
 bool ClsXmlDSig::VerifySignature(bool verifyReferenceDigests) {
   OperationFrame frame(*this, "VerifySignature", true);
@@ -244,10 +62,25 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   signature->getAttrValue("Id", signatureId);
   log.LogDataSb("SignatureId", signatureId);
 
+  m_canonicalBytesUsed = 0;
+  // A signature that is not built as one (a second SignedInfo or SignatureValue, children
+  // out of order) is refused before anything in it is read.
+  if (!checkSignatureStructure(log)) {
+    logSuccessFailure2(false, log);
+    return false;
+  }
+
   LogNull quiet;
   const int numRefs = numReferences(signature, quiet);
   if (numRefs == 0) {
     log.LogError("There are no references.");
+    return false;
+  }
+  if (numRefs > m_maxReferences) {
+    log.LogError(("The signature has " + std::to_string(numRefs) + " references, more than MaxReferences (" +
+                  std::to_string(m_maxReferences) + ").")
+                     .c_str());
+    logSuccessFailure2(false, log);
     return false;
   }
 
@@ -318,16 +151,14 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
 
   XmlCanon canon;
   if (!prefixList.isEmpty()) prefixList.split(canon.inclusivePrefixes, ' ', true, true);
-  if (canonAlgorithm.containsSubstring("xml-c14n")) {
-    canon.canonMethod = 1;
-  } else if (canonAlgorithm.containsSubstring("xml-exc-c14n")) {
-    canon.canonMethod = 2;
-  } else {
-    log.LogError("Unrecognized canonicalization method.");
-    log.LogDataSb("canonicalizationMethod", canonAlgorithm);
-    canon.canonMethod = 1;
+  const dsig_algorithms::AlgorithmRow* c14nRow = dsig_algorithms::findAlgorithm(canonAlgorithm.view());
+  if (!c14nRow || c14nRow->kind != dsig_algorithms::StepKind::Canonical) {
+    log.LogError(("Unknown canonicalization method: " + std::string(canonAlgorithm.view())).c_str());
+    logSuccessFailure2(false, log);
+    return false;
   }
-  canon.withComments = canonAlgorithm.containsSubstringNoCase("WithComments");
+  canon.canonMethod = c14nRow->form == dsig_algorithms::CanonicalForm::Exclusive10 ? 2 : 1;
+  canon.withComments = c14nRow->withComments;
   canon.canonFlagSignedInfo = false;
   if (m_isCsioz || m_dupAttrSortBug) {
     log.LogInfo("Will duplicate the XML canonicalization attribute sorting bug...");
@@ -372,7 +203,9 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     StringBuffer context;
     size_t contextOffset = 0;
     LogNull quietCanon;
-    const bool done = signedInfoInContext(signedInfoStart, locator.m_signedInfoLength, context, contextOffset) &&
+    RcPtr<ClsXml> signedInfo(signature->getChildWithTagUtf8("*:SignedInfo"));
+    const xml::XmlTree* tree = signedInfo ? signedInfo->tree() : nullptr;
+    const bool done = tree && elementInContext(tree->indexOf(*signedInfo->node()), {}, context, contextOffset) &&
                       canon.xmlCanonicalize(context, nullptr, contextOffset, canonSignedInfo, quietCanon);
     if (!done && !canon.xmlCanonicalize(m_xmlSb, nullptr, signedInfoStart, canonSignedInfo, log)) {
       log.LogError("Failed to canonicalize SignedInfo fragment.");

@@ -32,11 +32,12 @@ class _clsXmlDSigBase : public ClsBase, public _clsCades {
                              const StringBuffer& fragmentId, LogBase& log);
   // The same transform reading `input` as if the span [cutStart, cutStart + cutLength) had
   // been cut out of it (the span holds whole elements), and writing to out, or piece by
-  // piece to sink when one is given.
+  // piece to sink when one is given. A startOffset above 0 selects the element that starts
+  // there instead of the one fragmentId names.
   bool canonicalizeTransformInput(ClsXml* transform, const StringBuffer& input, size_t cutStart,
                                   size_t cutLength, const StringBuffer& algorithm, const StringBuffer& fragmentId,
                                   StringBuffer& out, const std::function<void(std::string_view)>& sink,
-                                  LogBase& log);
+                                  LogBase& log, size_t startOffset = 0);
   // XPath / XPath Filter 2.0 transform by recognised expression patterns (in place).
   bool transformXPath(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm,
                       const StringBuffer& xpath, LogBase& log);

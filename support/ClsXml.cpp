@@ -466,6 +466,11 @@ ClsXml* ClsXml::searchForAttribute(ClsXml* after, const char* tag, const char* a
   return node ? createNewCls(m_tree, node) : nullptr;
 }
 
+ClsXml* ClsXml::handleOnNode(uint32_t index) {
+  XmlNode* node = m_tree ? m_tree->nodeAt(index) : nullptr;
+  return node ? createNewCls(m_tree, node) : nullptr;
+}
+
 size_t ClsXml::sourceStart() const { return m_node ? m_node->start : 0; }
 
 size_t ClsXml::sourceEnd() const { return m_node ? m_node->end : 0; }

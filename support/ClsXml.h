@@ -102,6 +102,12 @@ class ClsXml : public RefCountedObject {
   size_t sourceStart() const;
   size_t sourceEnd() const;
   bool isEmptyHandle() const { return m_node == nullptr; }
+  // The tree and node behind the handle, for code that reads the structure directly
+  // (null when empty). Valid while the handle lives.
+  const xml::XmlTree* tree() const { return m_tree.get(); }
+  const xml::XmlNode* node() const { return m_node; }
+  // A new handle on the element with this document-order index of the same tree, or null.
+  ClsXml* handleOnNode(uint32_t index);
 
  protected:
   ~ClsXml() override;

@@ -72,6 +72,9 @@ void XmlTree::clear() {
   m_text.reset();
   m_view = std::string_view();
   m_borrowed = false;
+  const std::lock_guard<std::mutex> lock(m_idIndexMutex);
+  m_idIndex.clear();
+  m_idIndexBuilt = false;
 }
 
 bool XmlTree::parse(std::string_view text, std::string& error) {
@@ -263,6 +266,44 @@ bool XmlTree::namespaceOf(const XmlNode& node, std::string_view prefix, std::str
     }
   }
   return false;
+}
+
+std::string XmlTree::namespaceOfElement(const XmlNode& node) const {
+  std::string uri;
+  if (!namespaceOf(node, prefixOf(tagOf(node)), uri)) uri.clear();
+  return uri;
+}
+
+bool XmlTree::isIdAttribute(const XmlNode& node, const XmlTreeAttribute& attr) const {
+  const std::string_view qname = attributeName(attr);
+  const std::string_view local = localNameOf(qname);
+  if (local == "Id" || local == "ID" || local == "id" || local == "AssertionID" || local == "RequestID" ||
+      local == "ResponseID")
+    return true;
+  return !m_dtd.empty() && m_dtd.attributeType(tagOf(node), qname) == "ID";
+}
+
+const std::vector<uint32_t>& XmlTree::elementsWithId(std::string_view value) const {
+  const std::lock_guard<std::mutex> lock(m_idIndexMutex);
+  if (!m_idIndexBuilt) {
+    m_idIndexBuilt = true;
+    std::string v;
+    for (uint32_t n = 0; n < m_nodes.size(); ++n) {
+      const XmlNode& node = m_nodes[n];
+      for (uint32_t i = 0; i < node.numAttributes; ++i) {
+        const XmlTreeAttribute& a = m_attributes[node.firstAttribute + i];
+        if (!isIdAttribute(node, a)) continue;
+        v.clear();
+        if (!attributeValue(a, v)) continue;
+        std::vector<uint32_t>& carriers = m_idIndex[v];
+        // An element that carries the value twice (Id and wsu:Id alike) is still one element.
+        if (carriers.empty() || carriers.back() != n) carriers.push_back(n);
+      }
+    }
+  }
+  static const std::vector<uint32_t> kNone;
+  const auto it = m_idIndex.find(std::string(value));
+  return it == m_idIndex.end() ? kNone : it->second;
 }
 
 }  // namespace xml

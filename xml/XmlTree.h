@@ -9,7 +9,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <unordered_map>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -88,6 +90,7 @@ class XmlTree {
   XmlNode* root() { return m_nodes.empty() ? nullptr : &m_nodes.front(); }
   size_t nodeCount() const { return m_nodes.size(); }
   XmlNode* nodeAt(uint32_t index) { return index < m_nodes.size() ? &m_nodes[index] : nullptr; }
+  const XmlNode* nodeAt(uint32_t index) const { return index < m_nodes.size() ? &m_nodes[index] : nullptr; }
   // Position of a node of this tree in document order.
   uint32_t indexOf(const XmlNode& node) const { return static_cast<uint32_t>(&node - m_nodes.data()); }
   std::string_view text() const { return m_view; }
@@ -131,6 +134,16 @@ class XmlTree {
   // Namespace URI bound to prefix ("" for the default namespace) where node stands,
   // from the xmlns declarations on it and its ancestors; false when unbound.
   bool namespaceOf(const XmlNode& node, std::string_view prefix, std::string& uri) const;
+  // Namespace URI of the element's own name ("" when it has none).
+  std::string namespaceOfElement(const XmlNode& node) const;
+
+  // Whether an attribute identifies its element: local name Id, ID or id (any prefix),
+  // the SAML 1.1 AssertionID, RequestID and ResponseID, or declared of type ID by the DTD.
+  bool isIdAttribute(const XmlNode& node, const XmlTreeAttribute& attr) const;
+  // Every element carrying an identifying attribute with this value (expanded as the
+  // application reads it), in document order. The index behind it is built on first use,
+  // once per tree, so that many lookups cost one walk of the document.
+  const std::vector<uint32_t>& elementsWithId(std::string_view value) const;
 
  private:
   bool build(std::string& error);
@@ -147,6 +160,10 @@ class XmlTree {
   std::vector<XmlTextPiece> m_texts;
   std::vector<uint32_t> m_children;  // each node's children side by side, in order
   XmlDtd m_dtd;
+  // Id value -> elements carrying it; filled once by elementsWithId.
+  mutable std::mutex m_idIndexMutex;
+  mutable bool m_idIndexBuilt = false;
+  mutable std::unordered_map<std::string, std::vector<uint32_t>> m_idIndex;
 };
 
 }  // namespace xml

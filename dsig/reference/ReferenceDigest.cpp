@@ -24,8 +24,9 @@ bool ClsXmlDSig::VerifyReferenceDigest(int index) {
 
   // The single-reference call reports a missing external file as a failure even when
   // IgnoreExternalRefs is set: that property only excuses such references in VerifySignature.
+  m_canonicalBytesUsed = 0;
   bool externalDataMissing = false;
-  const bool ok = verifyReferenceDigest(index, externalDataMissing, dirs, log);
+  const bool ok = checkSignatureStructure(log) && verifyReferenceDigest(index, externalDataMissing, dirs, log);
   logSuccessFailure(ok);
   return ok;
 }

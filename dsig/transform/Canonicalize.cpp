@@ -44,7 +44,8 @@ bool _clsXmlDSigBase::transformCanonicalize(ClsXml* transform, StringBuffer& xml
 bool _clsXmlDSigBase::canonicalizeTransformInput(ClsXml* transform, const StringBuffer& input, size_t cutStart,
                                                  size_t cutLength, const StringBuffer& algorithm,
                                                  const StringBuffer& fragmentId, StringBuffer& out,
-                                                 const std::function<void(std::string_view)>& sink, LogBase& log) {
+                                                 const std::function<void(std::string_view)>& sink, LogBase& log,
+                                                 size_t startOffset) {
   LogContextExitor ctx(log, "transformCanonicalize");
 
   const bool exclusive = algorithm.containsSubstring("xml-exc-c14n");
@@ -105,7 +106,7 @@ bool _clsXmlDSigBase::canonicalizeTransformInput(ClsXml* transform, const String
     source = &cut;
     canon.cutStart = canon.cutLength = 0;
   }
-  if (!canon.xmlCanonicalize(*source, fragmentId.getString(), 0, out, log)) {
+  if (!canon.xmlCanonicalize(*source, fragmentId.getString(), startOffset, out, log)) {
     log.LogError("Failed to canonicalize XML fragment.");
     return false;
   }

@@ -1,6 +1,5 @@
-// Locating a signature from the parsed tree must give exactly what the text scan of the
-// loaded document gives, and must leave the decision to the scan whenever the two could
-// differ.
+// Passes over the document: family detection, and an element canonicalized inside its
+// context reading as it does in the whole document.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -16,51 +15,19 @@
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 #include "xml/XmlCanon.h"
-#include "xml/XmlSigLocate.h"
+#include "xml/XmlTree.h"
 
 namespace {
 
 using dsigtest::digestSignature;
 
-const char kDsNs[] = "xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"";
-
-struct Query {
-  StringBuffer id;
-  StringBuffer digest;  // of the selected signature's first reference
-};
-
-Query queryOf(ClsXmlDSig& dsig) {
-  Query q;
-  LogNull quiet;
-  if (ClsXml* sig = dsig.selectedSignature()) sig->getAttrValue("Id", q.id);
-  RcPtr<ClsXml> ref(dsig.getReference(0, quiet));
-  if (ref) {
-    DSigReference parsed;
-    parsed.parseReference(ref.get(), quiet);
-    q.digest.setString(parsed.digestValue);
-  }
-  return q;
-}
-
-// What the scan of the loaded text finds for the query (by Id when there is one).
-bool scanned(ClsXmlDSig& dsig, const Query& q, XmlSigLocate& out) {
-  LogNull quiet;
-  _btXmlDtd dtd;
-  return q.id.isEmpty() ? out.FindXmlSigByRefDigest(q.digest.getString(), dsig.m_xmlSb, dtd, quiet)
-                        : out.FindXmlSigById(q.id.getString(), dsig.m_xmlSb, dtd, quiet);
-}
-
-// Whether the tree answered; when it did, its answer must be the scan's.
-bool treeAgreesWithScan(ClsXmlDSig& dsig, const Query& q, const std::string& what) {
-  XmlSigLocate fromTree;
-  if (!dsig.locateSignatureInTree(fromTree, q.id, q.digest)) return false;
-  XmlSigLocate fromScan;
-  EXPECT_TRUE(scanned(dsig, q, fromScan)) << what;
-  EXPECT_EQ(fromTree.m_sigStart, fromScan.m_sigStart) << what;
-  EXPECT_EQ(fromTree.m_sigLength, fromScan.m_sigLength) << what;
-  EXPECT_EQ(fromTree.m_signedInfoStart, fromScan.m_signedInfoStart) << what;
-  EXPECT_EQ(fromTree.m_signedInfoLength, fromScan.m_signedInfoLength) << what;
-  return true;
+// The selected signature's SignedInfo in its context, and where it starts in the document.
+bool signedInfoContext(ClsXmlDSig& dsig, StringBuffer& context, size_t& offset, size_t& startInDocument) {
+  ClsXml* sig = dsig.selectedSignature();
+  RcPtr<ClsXml> signedInfo(sig ? sig->getChildWithTagUtf8("*:SignedInfo") : nullptr);
+  if (!signedInfo) return false;
+  startInDocument = signedInfo->sourceStart();
+  return dsig.elementInContext(signedInfo->tree()->indexOf(*signedInfo->node()), {}, context, offset);
 }
 
 std::unique_ptr<ClsXmlDSig> loaded(const std::string& doc) {
@@ -71,71 +38,6 @@ std::unique_ptr<ClsXmlDSig> loaded(const std::string& doc) {
 }
 
 }  // namespace
-
-TEST(TreeLocate, AgreesWithTheScanOnEveryCorpusSignature) {
-  REQUIRE_CORPUS();
-  int answered = 0, asked = 0;
-  for (const corpuscases::Case& c : corpuscases::allCases()) {
-    std::unique_ptr<ClsXmlDSig> dsig = corpuscases::prepare(c, corpuscases::documentOf(c));
-    if (!dsig) continue;
-    for (int i = 0; i < dsig->get_NumSignatures(); ++i) {
-      dsig->put_Selector(i);
-      const Query q = queryOf(*dsig);
-      ++asked;
-      // Also by digest when the signature has an Id: both searches must agree.
-      if (treeAgreesWithScan(*dsig, q, c.id + " #" + std::to_string(i))) ++answered;
-      Query byDigest = q;
-      byDigest.id.clear();
-      if (!byDigest.digest.isEmpty()) treeAgreesWithScan(*dsig, byDigest, c.id + " digest #" + std::to_string(i));
-    }
-  }
-  // Most real documents are plain enough for the tree to answer.
-  EXPECT_GT(asked, 100);
-  EXPECT_GT(answered * 2, asked) << answered << " of " << asked;
-}
-
-TEST(TreeLocate, LeavesToTheScanWhatTheTreeCannotDecide) {
-  const std::string real = digestSignature("s1", "AAAA");
-  {
-    // Plain: the tree answers, with the exact spans.
-    auto dsig = loaded("<r><a/>" + real + "</r>");
-    ASSERT_TRUE(dsig);
-    XmlSigLocate loc;
-    StringBuffer id("s1"), digest("AAAA"), none;
-    ASSERT_TRUE(dsig->locateSignatureInTree(loc, id, none));
-    EXPECT_EQ(loc.m_sigStart, 7u);
-    EXPECT_EQ(loc.m_sigLength, real.size());
-    EXPECT_TRUE(treeAgreesWithScan(*dsig, Query{none, digest}, "plain by digest"));
-    EXPECT_FALSE(dsig->locateSignatureInTree(loc, StringBuffer("s2"), none));
-  }
-  // Each of these has an element before the real signature that the scan takes for a
-  // signature but the tree does not list (or a DTD, or nesting): the tree must decline.
-  const std::string lenient =
-      "<r><Signature Id=\"s1\"><SignedInfo><Reference><DigestValue>AAAA</DigestValue></Reference></SignedInfo>"
-      "</Signature>" + real + "</r>";
-  const std::string halfEbics = "<r><x Id=\"s1\"><ds:SignatureValue " + std::string(kDsNs) + ">c2ln</ds:SignatureValue></x>" +
-                                real + "</r>";
-  const std::string halfSignedInfo = "<r><x Id=\"s1\"><ds:SignedInfo " + std::string(kDsNs) +
-                                     "/></x>" + real + "</r>";
-  const std::string nested = "<r>" + digestSignature("outer", "T1VU", "<ds:Object>" + real + "</ds:Object>") + "</r>";
-  const std::string withDtd = "<!DOCTYPE r [<!ATTLIST ds:Signature Id ID #IMPLIED>]><r>" + real + "</r>";
-  for (const std::string& doc : {lenient, halfEbics, halfSignedInfo, nested, withDtd}) {
-    auto dsig = loaded(doc);
-    ASSERT_TRUE(dsig) << doc;
-    XmlSigLocate loc;
-    EXPECT_FALSE(dsig->locateSignatureInTree(loc, StringBuffer("s1"), StringBuffer())) << doc;
-    EXPECT_FALSE(dsig->locateSignatureInTree(loc, StringBuffer(), StringBuffer("AAAA"))) << doc;
-  }
-  {
-    // Where the tree declines, verification still finds what the scan finds: the
-    // no-namespace look-alike comes first, so its SignedInfo is the one logged.
-    auto dsig = loaded(lenient);
-    ASSERT_TRUE(dsig);
-    XmlSigLocate scan;
-    ASSERT_TRUE(scanned(*dsig, Query{StringBuffer("s1"), StringBuffer()}, scan));
-    EXPECT_EQ(scan.m_sigStart, 3u);
-  }
-}
 
 TEST(FamilyDetection, EveryMarkerIsFoundAtEveryAlignmentAndOnlyWhole) {
   // Each marker is placed at every offset of a 16-byte block, inside the text and at its
@@ -199,12 +101,10 @@ TEST(SignedInfoInContext, CanonicalizesLikeTheWholeDocumentOnEveryCorpusSignatur
     if (!dsig) continue;
     for (int i = 0; i < dsig->get_NumSignatures(); ++i) {
       dsig->put_Selector(i);
-      XmlSigLocate loc;
-      if (!scanned(*dsig, queryOf(*dsig), loc) || loc.m_signedInfoLength == 0) continue;
       ++asked;
       StringBuffer context;
-      size_t offset = 0;
-      if (!dsig->signedInfoInContext(loc.m_signedInfoStart, loc.m_signedInfoLength, context, offset)) continue;
+      size_t offset = 0, signedInfoStart = 0;
+      if (!signedInfoContext(*dsig, context, offset, signedInfoStart)) continue;
       ++inContext;
       const std::string what = c.id + " #" + std::to_string(i);
       // Both methods, with an inclusive prefix for the exclusive one, and the sort-bug emulation.
@@ -218,7 +118,7 @@ TEST(SignedInfoInContext, CanonicalizesLikeTheWholeDocumentOnEveryCorpusSignatur
           }
           StringBuffer expected, actual;
           LogNull quiet;
-          const bool wholeOk = whole.xmlCanonicalize(dsig->m_xmlSb, nullptr, loc.m_signedInfoStart, expected, quiet);
+          const bool wholeOk = whole.xmlCanonicalize(dsig->m_xmlSb, nullptr, signedInfoStart, expected, quiet);
           ASSERT_EQ(part.xmlCanonicalize(context, nullptr, offset, actual, quiet), wholeOk) << what;
           EXPECT_EQ(actual.str(), expected.str()) << what << " method " << method;
         }
@@ -239,23 +139,19 @@ TEST(SignedInfoInContext, KeepsInheritedNamespacesAndXmlAttributes) {
       digestSignature("s1", "AAAA") + "</c></b></a:r>";
   auto dsig = loaded(doc);
   ASSERT_TRUE(dsig);
-  XmlSigLocate loc;
-  ASSERT_TRUE(scanned(*dsig, Query{StringBuffer("s1"), StringBuffer()}, loc));
   StringBuffer context;
-  size_t offset = 0;
-  ASSERT_TRUE(dsig->signedInfoInContext(loc.m_signedInfoStart, loc.m_signedInfoLength, context, offset));
+  size_t offset = 0, signedInfoStart = 0;
+  ASSERT_TRUE(signedInfoContext(*dsig, context, offset, signedInfoStart));
   for (int method : {1, 2}) {
     XmlCanon whole, part;
     whole.canonMethod = part.canonMethod = method;
     StringBuffer expected, actual;
     LogNull quiet;
-    ASSERT_TRUE(whole.xmlCanonicalize(dsig->m_xmlSb, nullptr, loc.m_signedInfoStart, expected, quiet));
+    ASSERT_TRUE(whole.xmlCanonicalize(dsig->m_xmlSb, nullptr, signedInfoStart, expected, quiet));
     ASSERT_TRUE(part.xmlCanonicalize(context, nullptr, offset, actual, quiet));
     EXPECT_EQ(actual.str(), expected.str());
     if (method == 1) {
       EXPECT_NE(expected.str().find("xmlns:q=\"urn:q&amp;&quot;&lt;&#x9;&#xA;\""), std::string::npos) << expected.str();
     }
   }
-  // A span that is not the selected signature's SignedInfo is refused.
-  EXPECT_FALSE(dsig->signedInfoInContext(loc.m_signedInfoStart + 1, loc.m_signedInfoLength, context, offset));
 }

@@ -15,6 +15,8 @@
 #   unknown-c14n.xml as pkcs1.xml with an unknown CanonicalizationMethod, re-signed (inclusive)
 #   hmac.xml         enveloped, hmac-sha256 with the secret
 #   hmac-truncated.xml   as hmac.xml with HMACOutputLength 128
+#   invoice.xml      enveloped (whole document, enveloped + exclusive c14n), Signature Id "sig-1"
+#   id-ref.xml       enveloped signature over the element with Id "d1" (exclusive c14n)
 # The variants are re-signed over the canonical SignedInfo written out here; the script
 # first checks that text against xmlsec1's own PKCS#1 v1.5 signature (which is deterministic),
 # so a variant is exactly what a signer would have produced.
@@ -129,6 +131,16 @@ sign hmac.xml hmac.tmpl --hmackey hmac.key
 hmac_template '<ds:HMACOutputLength>128</ds:HMACOutputLength>' > hmac-truncated.tmpl
 sign hmac-truncated.xml hmac-truncated.tmpl --hmackey hmac.key
 
-for f in two-refs external two-no-id pkcs1 pss pss-as-pkcs1 pkcs1-as-pss unknown-c14n hmac hmac-truncated; do
+# ---- the documents the structural attacks start from ----
+cat > invoice.tmpl <<XML
+<Invoice><ID>INV-1</ID><PayableAmount>100.00</PayableAmount><ds:Signature xmlns:ds="$DS" Id="sig-1"><ds:SignedInfo><ds:CanonicalizationMethod Algorithm="$EXC"/><ds:SignatureMethod Algorithm="$RSA256"/><ds:Reference URI=""><ds:Transforms><ds:Transform Algorithm="$ENVELOPED"/><ds:Transform Algorithm="$EXC"/></ds:Transforms><ds:DigestMethod Algorithm="$SHA256"/><ds:DigestValue/></ds:Reference></ds:SignedInfo><ds:SignatureValue/></ds:Signature></Invoice>
+XML
+sign invoice.xml invoice.tmpl --privkey-pem rsa.pem
+cat > id-ref.tmpl <<XML
+<Doc><Data Id="d1"><Amount>100.00</Amount></Data><ds:Signature xmlns:ds="$DS" Id="sig-1"><ds:SignedInfo><ds:CanonicalizationMethod Algorithm="$EXC"/><ds:SignatureMethod Algorithm="$RSA256"/><ds:Reference URI="#d1"><ds:Transforms><ds:Transform Algorithm="$EXC"/></ds:Transforms><ds:DigestMethod Algorithm="$SHA256"/><ds:DigestValue/></ds:Reference></ds:SignedInfo><ds:SignatureValue/></ds:Signature></Doc>
+XML
+sign id-ref.xml id-ref.tmpl --privkey-pem rsa.pem --id-attr:Id Data
+
+for f in two-refs external two-no-id pkcs1 pss pss-as-pkcs1 pkcs1-as-pss unknown-c14n hmac hmac-truncated invoice id-ref; do
   grep -q 'SignatureValue>[A-Za-z0-9+/]' "$f.xml" || { echo "$f.xml is not signed" >&2; exit 1; }
 done
