@@ -294,7 +294,9 @@ TEST(HostileDocuments, SignatureWrapping) {
     Outcome o = verify(replaceFirst(signedXml, original, c.assertions));
     EXPECT_EQ(o.valid, c.reason == 0);
     EXPECT_EQ(o.reason, c.reason);
-    if (c.reason == ClsXmlDSig::kRefFailAmbiguousId) EXPECT_TRUE(o.hasError("ambiguous Id: \"a1\" identifies 2 elements.")) << o.log;
+    if (c.reason == ClsXmlDSig::kRefFailAmbiguousId) {
+      EXPECT_TRUE(o.hasError("ambiguous Id: \"a1\" identifies 2 elements.")) << o.log;
+    }
   }
 }
 
