@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "crypto/PublicKeyCheck.h"
 #include "support/DataBuffer.h"
 #include "support/LogBase.h"
 
@@ -107,6 +108,13 @@ int _btPublicKey::numBits() const {
 bool _btPublicKey::setKey(ossl::PkeyPtr key, LogBase& log) {
   if (!key) return false;
   EVP_PKEY* k = key.get();
+  // Every loader ends here, so no key from any source is used before its values are checked.
+  const std::string problem = keycheck::whyUnusable(k);
+  if (!problem.empty()) {
+    const std::string error = "Public key refused: " + problem + ".";
+    log.LogError(error.c_str());
+    return false;
+  }
   if (EVP_PKEY_is_a(k, "RSA") || EVP_PKEY_is_a(k, "RSA-PSS")) {
     clear();
     m_rsa = std::make_unique<RsaKeyData>(std::move(key));

@@ -35,7 +35,8 @@ class _btPublicKey {
   bool loadEcPoint(const char* curveOid, const DataBuffer& point, LogBase& log);
   // EC from a curve OID and the affine coordinates as big-endian integers.
   bool loadEcXY(const char* curveOid, const DataBuffer& x, const DataBuffer& y, LogBase& log);
-  // Takes an OpenSSL key of a supported type.
+  // Takes an OpenSSL key of a supported type whose values pass the checks of
+  // PublicKeyCheck.h; a refused key is logged with the reason and not taken.
   bool setKey(ossl::PkeyPtr key, LogBase& log);
 
   KeyType keyType() const;

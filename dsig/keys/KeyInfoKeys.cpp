@@ -119,6 +119,9 @@ bool appendKeyValues(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
     element->GetXml(xml);
     const bool loaded = form.isRsa ? key->LoadXml(xml) : key->loadXml(xml.getUtf8Sb(), log);
     if (!loaded) {
+      // The RSA loader logs to the key's own log: bring its reason (a refused key) here.
+      const std::string why = form.isRsa ? key->m_log.lastErrorLine() : std::string();
+      if (!why.empty()) log.LogError(why.c_str());
       log.LogError(form.failedMsg);
       return false;
     }
