@@ -1,6 +1,7 @@
 #include "crypto/Hmac.h"
 
 #include <openssl/core_names.h>
+#include <openssl/crypto.h>
 #include <openssl/params.h>
 
 #include <algorithm>
@@ -103,4 +104,9 @@ bool Hmac::doHMAC(const void* data, size_t dataLen, const void* key, size_t keyL
   out.clear();
   log.LogError("Failed to compute HMAC.");
   return false;
+}
+
+bool Hmac::matchesFullOutput(const DataBuffer& computed, const DataBuffer& presented) {
+  return !computed.isEmpty() && presented.getSize() == computed.getSize() &&
+         CRYPTO_memcmp(computed.getData2(), presented.getData2(), computed.getSize()) == 0;
 }

@@ -338,11 +338,8 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
       log.LogError("HMAC verify failed.");
       valid = false;
     } else {
-      StringBuffer macBase64;
-      mac.encodeDB("base64", macBase64);
-      StringBuffer trimmedValue(signatureValue);
-      trimmedValue.trim2();
-      valid = macBase64.equals(trimmedValue);
+      // The decoded value, so that white space anywhere in it (wrapped lines) is ignored.
+      valid = Hmac::matchesFullOutput(mac, signatureBytes);
       if (!valid) log.LogError("HMAC validation failed.");
     }
   }
