@@ -158,12 +158,22 @@ class XmlSubsetParser {
     return fail(start, "unterminated declaration in the DTD");
   }
   bool parameterReference() {
+    const size_t at = m_p;
     ++m_p;
     std::string_view n;
     if (!name(n, "a parameter-entity reference")) return false;
     if (m_p >= m_s.size() || m_s[m_p] != ';') return fail(m_p, "';' expected after %" + std::string(n));
     ++m_p;
-    return true;  // parameter entities are never expanded
+    return refuseExternalParameterEntity(n, at);  // internal ones are never expanded
+  }
+  // An external parameter entity would bring declarations (attribute defaults, entities)
+  // that change how the document reads to any processor that loads it; this one never
+  // loads anything, so a document that refers to one is not read at all.
+  bool refuseExternalParameterEntity(std::string_view entityName, size_t at) {
+    const XmlEntity* entity = m_dtd.findParameterEntity(entityName);
+    if (!entity || !entity->external) return true;
+    return fail(at, "reference to the external parameter entity %" + std::string(entityName) +
+                        "; (external entities are never loaded)");
   }
   bool externalId(bool& found) {
     found = false;
@@ -226,6 +236,13 @@ class XmlSubsetParser {
       if (c == '\r') {
         out.push_back('\n');
         if (i + 1 < literal.size() && literal[i + 1] == '\n') ++i;
+      } else if (c == '%') {
+        // Parameter-entity references stay in the text; an external one is refused.
+        const size_t semi = literal.find(';', i + 1);
+        if (semi != std::string_view::npos &&
+            !refuseExternalParameterEntity(literal.substr(i + 1, semi - i - 1), literalAt + i))
+          return false;
+        out.push_back(c);
       } else if (c == '&' && i + 1 < literal.size() && literal[i + 1] == '#') {
         const size_t semi = literal.find(';', i + 2);
         uint32_t cp = 0;

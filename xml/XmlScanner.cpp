@@ -253,6 +253,10 @@ bool expandAttributeValue(const XmlDtd& dtd, std::string_view raw, std::string& 
 
 XmlScanner::XmlScanner(std::string_view text) : m_text(text) {
   if (m_text.substr(0, kUtf8Bom.size()) == kUtf8Bom) m_bodyStart = m_pos = kUtf8Bom.size();
+  // NUL is not an XML character anywhere. Code that reads the text as a C string would
+  // stop there and see another document than the one verified, so it is refused up front.
+  if (const void* nul = std::memchr(m_text.data(), '\0', m_text.size()))
+    fail(static_cast<size_t>(static_cast<const char*>(nul) - m_text.data()), "a NUL character is not allowed in XML");
 }
 
 bool XmlScanner::fail(size_t offset, const std::string& what) {
