@@ -165,7 +165,9 @@ TEST(KeyChecks, DegenerateKeysAreRefusedWithTheirReason) {
     const bool usable = c.expected == "usable";
     EXPECT_EQ(load(key, c.kind, values, curve, log), usable) << log.renderText();
     EXPECT_EQ(key.isEmpty(), !usable);
-    if (!usable) EXPECT_TRUE(loggedError(log, c.expected)) << log.renderText();
+    if (!usable) {
+      EXPECT_TRUE(loggedError(log, c.expected)) << log.renderText();
+    }
 
     // The same key as DER, the form certificates and callers' key files take.
     const DataBuffer der = spkiOf(c.kind, values);

@@ -52,6 +52,8 @@ TEST(HmacValues, WholeOutputComparedAsBytes) {
     XString key("secret"), encoding("ascii");
     ASSERT_TRUE(d->SetHmacKey(key, encoding));
     EXPECT_EQ(d->VerifySignature(true), c.valid) << d->lastErrorText();
-    if (!c.valid && !c.value.empty()) EXPECT_EQ(d->lastErrorLine(), "HMAC validation failed.");
+    if (!c.valid && !c.value.empty()) {
+      EXPECT_EQ(d->lastErrorLine(), "HMAC validation failed.");
+    }
   }
 }
