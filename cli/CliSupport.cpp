@@ -1,6 +1,10 @@
 #include "cli/CliSupport.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstdlib>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -25,19 +29,44 @@ bool Output::open(const Args& args, std::string& error) {
   m_json = args.has("json");
   const std::string path = args.value("output");
   if (path.empty() || path == "-") return true;
-  m_file = std::fopen(path.c_str(), "wb");
+  const size_t slash = path.rfind('/');
+  const std::string dir = slash == std::string::npos ? std::string(".") : path.substr(0, slash + 1);
+  const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+  std::string pattern = dir + (slash == std::string::npos ? "/" : "") + "." + base + ".XXXXXX";
+  const int fd = ::mkstemp(&pattern[0]);
+  if (fd < 0) {
+    error = "cannot write " + path + ": " + std::strerror(errno);
+    return false;
+  }
+  // The result takes the target's permissions, or those a new file would get.
+  struct stat st {};
+  if (::stat(path.c_str(), &st) == 0) {
+    ::fchmod(fd, st.st_mode & 07777);
+  } else {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    ::fchmod(fd, 0666 & ~mask);
+  }
+  m_file = ::fdopen(fd, "wb");
   if (!m_file) {
     error = "cannot write " + path + ": " + std::strerror(errno);
+    ::close(fd);
+    ::unlink(pattern.c_str());
     m_file = stdout;
     return false;
   }
-  m_owned = true;
+  m_target = path;
+  m_temp = pattern;
   return true;
 }
 
 Output::~Output() {
-  if (m_owned) std::fclose(m_file);
-  else std::fflush(m_file);
+  if (m_temp.empty()) {
+    std::fflush(stdout);
+    return;
+  }
+  std::fclose(m_file);
+  ::unlink(m_temp.c_str());
 }
 
 void Output::write(const std::string& text) { std::fwrite(text.data(), 1, text.size(), m_file); }
@@ -45,6 +74,35 @@ void Output::write(const std::string& text) { std::fwrite(text.data(), 1, text.s
 void Output::jsonLine(const nlohmann::ordered_json& obj) {
   write(obj.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
   write("\n");
+}
+
+bool Output::commit(std::string& error) {
+  if (m_temp.empty()) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+      error = "cannot write standard output";
+      return false;
+    }
+    return true;
+  }
+  const bool written = std::fflush(m_file) == 0 && !std::ferror(m_file) && ::fsync(::fileno(m_file)) == 0;
+  const int savedErrno = errno;
+  std::fclose(m_file);
+  m_file = stdout;
+  if (!written || ::rename(m_temp.c_str(), m_target.c_str()) != 0) {
+    error = "cannot write " + m_target + ": " + std::strerror(written ? errno : savedErrno);
+    ::unlink(m_temp.c_str());
+    m_temp.clear();
+    return false;
+  }
+  m_temp.clear();
+  return true;
+}
+
+int finishOutput(Output& out, const std::string& command, int status) {
+  if (status == kExitUsage) return status;
+  std::string error;
+  if (!out.commit(error)) return usageError(command, error);
+  return status;
 }
 
 bool jobsFromArgs(const Args& args, unsigned& jobs, std::string& error) {

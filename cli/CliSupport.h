@@ -21,22 +21,37 @@ constexpr int kExitUsage = 2;    // usage error, or an input that cannot be read
 int usageError(const std::string& reason);
 int usageError(const std::string& command, const std::string& reason);
 
-// Standard output or the file named by -o.
+// Standard output or the file named by -o. A file is written under a temporary name in
+// the target's directory and renamed over the target only by commit(), after every input
+// was read: naming an input as the output never truncates it before it is read, and a
+// command that fails leaves the target as it was.
 class Output {
  public:
-  // False with a one-line reason when the output file cannot be opened.
+  Output() = default;
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+  // False with a one-line reason when the temporary file cannot be created.
   bool open(const Args& args, std::string& error);
+  // Removes the temporary file when the output was not committed.
   ~Output();
   void write(const std::string& text);
   // One JSON object on one line; text that is not UTF-8 is replaced, never fatal.
   void jsonLine(const nlohmann::ordered_json& obj);
   bool json() const { return m_json; }
+  // Makes the output final: flushes standard output, or moves the written file over the
+  // target (with the target's permissions when it existed). False with a reason.
+  bool commit(std::string& error);
 
  private:
   FILE* m_file = stdout;
-  bool m_owned = false;
+  std::string m_target;  // empty for standard output
+  std::string m_temp;    // the temporary file while not committed
   bool m_json = false;
 };
+
+// The end of a command that wrote to out: commits the output unless status is kExitUsage
+// (the command failed), and returns status, or kExitUsage when the output cannot be written.
+int finishOutput(Output& out, const std::string& command, int status);
 
 // Number of parallel jobs from -j (at least 1); false with a reason for a bad value.
 bool jobsFromArgs(const Args& args, unsigned& jobs, std::string& error);

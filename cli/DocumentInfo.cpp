@@ -1,5 +1,6 @@
 #include "cli/DocumentInfo.h"
 
+#include <exception>
 #include <memory>
 
 #include "cli/VerifierSetup.h"
@@ -64,9 +65,7 @@ SignatureInfo describeSignature(ClsXmlDSig& d, int index) {
   return s;
 }
 
-}  // namespace
-
-DocumentInfo inspectDocument(const VerifyRequest& req, const std::string& name, std::string bytes) {
+DocumentInfo inspectLoaded(const VerifyRequest& req, const std::string& name, std::string bytes) {
   DocumentInfo info;
   info.name = name;
   std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
@@ -79,16 +78,33 @@ DocumentInfo inspectDocument(const VerifyRequest& req, const std::string& name, 
   configureVerifier(*dsig, req);
 
   info.loaded = dsig->LoadSignatureBd(*data);
-  if (req.log) info.log = logForStderr(*dsig, name);
+  if (req.log) {
+    info.log = logForStderr(*dsig, name);
+    info.logJson = dsig->m_log.renderJson();
+  }
   if (!info.loaded) {
     info.error = dsig->lastErrorLine();
     if (info.error.empty()) info.error = "not loaded";
     return info;
   }
   info.family = describeFamily(*dsig);
+  info.warnings = familyOptionWarnings(info.family, req.options);
   const int count = dsig->get_NumSignatures();
   for (int i = 0; i < count; ++i) info.signatures.push_back(describeSignature(*dsig, i));
   return info;
+}
+
+}  // namespace
+
+DocumentInfo inspectDocument(const VerifyRequest& req, const std::string& name, std::string bytes) {
+  try {
+    return inspectLoaded(req, name, std::move(bytes));
+  } catch (const std::exception& e) {
+    DocumentInfo failed;
+    failed.name = name;
+    failed.error = std::string("internal error: ") + e.what();
+    return failed;
+  }
 }
 
 }  // namespace cli

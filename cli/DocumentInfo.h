@@ -34,8 +34,10 @@ struct DocumentInfo {
   bool loaded = false;
   std::string error;
   FamilyReport family;
+  std::vector<std::string> warnings;  // family options given for another family
   std::vector<SignatureInfo> signatures;
-  std::string log;  // the verifier's log, with req.log
+  std::string log;      // the verifier's log, with req.log
+  std::string logJson;  // the same log as a JSON document, with req.log
 };
 
 // Loads the document in bytes (released once loaded) with the request's options and

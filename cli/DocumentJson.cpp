@@ -6,39 +6,58 @@ namespace cli {
 
 using nlohmann::ordered_json;
 
+namespace {
+
+// The verifier's log as a JSON value; its text when it does not parse.
+ordered_json structuredLog(const std::string& logJson) {
+  ordered_json parsed = ordered_json::parse(logJson, nullptr, false);
+  return parsed.is_discarded() ? ordered_json(logJson) : parsed;
+}
+
+}  // namespace
+
+ordered_json errorJson(const std::string& name, const std::string& error) {
+  ordered_json j;
+  j["file"] = name;
+  j["error"] = error;
+  return j;
+}
+
 std::vector<ordered_json> verdictJson(const DocumentVerdict& f, const VerifyRequest& req) {
   std::vector<ordered_json> out;
-  if (!f.loaded) {
-    ordered_json j;
-    j["file"] = f.name;
-    j["error"] = f.error;
-    out.push_back(std::move(j));
-  }
+  if (!f.loaded) out.push_back(errorJson(f.name, f.error));
   for (const SignatureVerdict& s : f.signatures) {
     ordered_json j;
     j["file"] = f.name;
     j["signature"] = s.index;
     j["id"] = s.id;
     j["valid"] = s.valid;
+    j["referencesChecked"] = s.referencesChecked;
+    j["referenceDigestsEnforced"] = s.referenceDigestsEnforced;
     j["refFailReason"] = s.refFailReason;
-    if (!s.valid) j["reason"] = s.reason;
-    if (req.log) j["log"] = s.log;
+    if (!s.valid) {
+      j["failure"] = s.failure;
+      j["reason"] = s.reason;
+    }
+    ordered_json refs = ordered_json::array();
+    for (const ReferenceOutcome& r : s.references)
+      refs.push_back({{"index", r.index}, {"uri", r.uri}, {"external", r.external}, {"status", r.status}});
+    j["references"] = refs;
+    j["warnings"] = f.warnings;
+    if (req.log) j["log"] = structuredLog(s.logJson);
     out.push_back(std::move(j));
   }
   return out;
 }
 
 ordered_json infoJson(const DocumentInfo& f) {
+  if (!f.loaded) return errorJson(f.name, f.error);
   ordered_json j;
   j["file"] = f.name;
   j["loaded"] = f.loaded;
-  if (!f.loaded) {
-    j["error"] = f.error;
-    j["signatures"] = ordered_json::array();
-    return j;
-  }
   j["family"] = f.family.family;
   j["suggestedOptions"] = f.family.suggestedOptions;
+  j["warnings"] = f.warnings;
   ordered_json sigs = ordered_json::array();
   for (const SignatureInfo& s : f.signatures) {
     ordered_json js;
@@ -65,6 +84,7 @@ ordered_json infoJson(const DocumentInfo& f) {
     sigs.push_back(js);
   }
   j["signatures"] = sigs;
+  if (!f.logJson.empty()) j["log"] = structuredLog(f.logJson);
   return j;
 }
 

@@ -14,6 +14,9 @@
 
 namespace cli {
 
+// The object every command prints for a FILE it could not read or load: {"file", "error"}.
+nlohmann::ordered_json errorJson(const std::string& name, const std::string& error);
+
 // The objects of one verified document, in the order they are printed.
 std::vector<nlohmann::ordered_json> verdictJson(const DocumentVerdict& verdict, const VerifyRequest& req);
 nlohmann::ordered_json infoJson(const DocumentInfo& info);

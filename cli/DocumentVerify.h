@@ -1,5 +1,6 @@
 // Verifying the signatures of one document held in memory, as `xmldsig verify` does for
-// each FILE: the outcome as data, printed as text or JSON by the caller.
+// each FILE: the outcome as data, printed as text or JSON by the caller. The outcome says
+// what was checked, so that a verdict never claims more than was verified.
 #pragma once
 
 #include <string>
@@ -9,13 +10,31 @@
 
 namespace cli {
 
+// What happened to one reference of a verified signature.
+struct ReferenceOutcome {
+  int index = 0;
+  std::string uri;
+  bool external = false;
+  // "valid", "digest-mismatch", "digest-mismatch-not-enforced", "external-data-missing",
+  // "skipped-no-external-data", "not-checked", "no-such-reference", "canonicalization-failed",
+  // "failed".
+  std::string status;
+};
+
 struct SignatureVerdict {
   int index = 0;
   std::string id;
   bool valid = false;
   int refFailReason = 0;
-  std::string reason;  // one line, when invalid
-  std::string log;     // the verifier's text log, with req.log
+  bool referencesChecked = true;          // false with noReferences
+  bool referenceDigestsEnforced = true;   // false with AllowXmlDigestError
+  std::vector<ReferenceOutcome> references;
+  // When invalid: the cause as a word ("digest-mismatch", "external-data-missing", "no-key",
+  // "wrong-key", "unsupported-algorithm", "other") and one line naming it for the user.
+  std::string failure;
+  std::string reason;
+  std::string log;      // the verifier's text log, with req.log
+  std::string logJson;  // the same log as a JSON document, with req.log
 };
 
 struct DocumentVerdict {
@@ -23,6 +42,7 @@ struct DocumentVerdict {
   bool loaded = false;  // read, loaded, and the signatures could be selected
   std::string error;    // when not loaded
   int numSignatures = 0;
+  std::vector<std::string> warnings;  // family options given for another family
   std::vector<SignatureVerdict> signatures;
   std::string log;  // the log of a failed load, with req.log
 
@@ -33,5 +53,8 @@ struct DocumentVerdict {
 // Verifies the signature the request selects (or every one with req.all) of the document
 // in bytes, which is released once loaded. Never throws.
 DocumentVerdict verifyDocument(const VerifyRequest& req, const std::string& name, std::string bytes);
+
+// The text after "FILE: ": "valid", qualified by what was not checked, or "INVALID (reason)".
+std::string verdictText(const SignatureVerdict& s);
 
 }  // namespace cli

@@ -1,5 +1,6 @@
 #include "cli/FamilyReport.h"
 
+#include "cli/UncommonOptions.h"
 #include "dsig/ClsXmlDSig.h"
 
 namespace cli {
@@ -23,10 +24,10 @@ FamilyReport describeFamily(const ClsXmlDSig& d) {
   FamilyReport r;
   const StringBuffer& text = d.m_xmlSb;
   const bool ublXades = text.containsSubstring(kUblXadesExtension);
-  // The verification applies these rules whenever the options ask for them, whatever
-  // the text (a byte load does not set the flags from the options itself).
-  const bool zatcaOption = d.m_isZatca || d.m_log.hasUncommonOption("ZATCA", true);
-  const bool myInvoisOption = d.m_isMyInvois || d.m_log.hasUncommonOption("MYINVOIS", true);
+  // Given options make the verifier apply these rules to any document; the family named
+  // here comes from the text alone, so that a mismatch can be told.
+  const bool zatcaOption = d.m_log.hasUncommonOption("ZATCA", true);
+  const bool myInvoisOption = d.m_log.hasUncommonOption("MYINVOIS", true);
 
   // The verifier's own flags first, in the order of its detection rules.
   if (d.m_isSiiCl) r.family = "sii-cl";
@@ -36,8 +37,8 @@ FamilyReport describeFamily(const ClsXmlDSig& d) {
   else if (d.m_isCmaStp) r.family = "cma-stp";
   else if (d.m_isDoda) r.family = "doda-mx";
   else if (d.m_isSkXmlSignedDoc) r.family = "sk-xml";
-  else if (zatcaOption || (ublXades && text.containsSubstring(kZatcaProfile))) r.family = "zatca";
-  else if (myInvoisOption || (ublXades && text.containsSubstring(kMyInvoisTinScheme))) r.family = "myinvois";
+  else if (ublXades && text.containsSubstring(kZatcaProfile)) r.family = "zatca";
+  else if (ublXades && text.containsSubstring(kMyInvoisTinScheme)) r.family = "myinvois";
   else if (text.containsSubstring(kEbicsUrn) || text.containsSubstring(kEbicsNamespaceHost)) r.family = "ebics";
   else if (text.containsSubstring(kEbXmlMsgNamespace)) r.family = "ebxml";
   else if (text.containsSubstring(kSwiftSaaNamespace)) r.family = "swift-saa";
@@ -47,6 +48,18 @@ FamilyReport describeFamily(const ClsXmlDSig& d) {
   if (r.family == "zatca" && !zatcaOption) r.suggestedOptions.push_back("ZATCA");
   if (r.family == "myinvois" && !myInvoisOption) r.suggestedOptions.push_back("MYINVOIS");
   return r;
+}
+
+std::vector<std::string> familyOptionWarnings(const FamilyReport& report, const std::vector<std::string>& keywords) {
+  std::vector<std::string> warnings;
+  for (const std::string& keyword : keywords) {
+    const UncommonOption* option = findUncommonOption(keyword);
+    if (!option || !*option->family || report.family == option->family) continue;
+    warnings.push_back("--option " + std::string(option->keyword) + " is meant for " + option->familyName +
+                       ", but this document is recognised as " + report.family +
+                       "; its rules can make a valid signature fail");
+  }
+  return warnings;
 }
 
 }  // namespace cli

@@ -14,8 +14,10 @@ const OptionSpec kOptJobs{"jobs", 'j', true, false, "N",
                           "Process up to N files at the same time (default 1); output keeps the order "
                           "of the files."};
 const OptionSpec kOptUncommon{"option", '\0', true, true, "KEYWORD",
-                              "Switch on an uncommon behaviour of the verifier (ZATCA, MYINVOIS, "
-                              "AllowXmlDigestError, VerifyEncapsulatedTimeStamp); may be repeated."};
+                              "Switch on an uncommon behaviour of the verifier: ZATCA, MYINVOIS, "
+                              "AllowXmlDigestError or VerifyEncapsulatedTimeStamp, in any case; may be "
+                              "repeated. An unknown keyword is a usage error. A family option (ZATCA, "
+                              "MYINVOIS) on a document of another family gives a warning."};
 const OptionSpec kOptHelp{"help", 'h', false, false, "", "Print this help and exit."};
 
 const std::vector<Command>& commands() {

@@ -48,8 +48,10 @@ std::unique_ptr<ClsXmlDSig> loadVerifier(const VerifyRequest& req, const std::st
   dsig->put_ExternalRefDirs(XString(dirs.c_str()));
   dsig->put_IgnoreExternalRefs(req.ignoreExternal);
   if (!dsig->LoadSignatureBd(*data)) {
-    error = dsig->lastErrorLine();
-    if (error.empty()) error = "not well-formed XML";
+    // Loading fails only where the text is not XML the parser accepts; its message
+    // says where (line and column).
+    const std::string where = dsig->lastErrorLine();
+    error = where.empty() ? "not well-formed XML" : "not well-formed XML: " + where;
     if (logOut && req.log) *logOut += logForStderr(*dsig, name);
     return nullptr;
   }

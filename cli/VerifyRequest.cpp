@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "cli/UncommonOptions.h"
+
 namespace cli {
 
 namespace {
@@ -58,7 +60,7 @@ const Row kRows[] = {
     {"ref-data", applyRefData},
     {"external-dir", [](VerifyRequest& r, const Values& v, std::string&) { r.externalDirs = v; return true; }},
     {"ignore-external", [](VerifyRequest& r, const Values&, std::string&) { r.ignoreExternal = true; return true; }},
-    {"option", [](VerifyRequest& r, const Values& v, std::string&) { r.options = v; return true; }},
+    {"option", [](VerifyRequest& r, const Values& v, std::string& e) { return normalizeKeywords(v, r.options, e); }},
     {"verbose", [](VerifyRequest& r, const Values&, std::string&) { r.verbose = true; return true; }},
     {"log", [](VerifyRequest& r, const Values&, std::string&) { r.log = true; return true; }},
 };

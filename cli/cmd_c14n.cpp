@@ -81,7 +81,7 @@ int runC14n(const Args& args) {
   Output output;
   if (!output.open(args, error)) return usageError("c14n", error);
   output.write(out.getUtf8Sb().str());
-  return kExitOk;
+  return finishOutput(output, "c14n", kExitOk);
 }
 
 }  // namespace cli

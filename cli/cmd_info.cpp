@@ -60,6 +60,7 @@ std::string toText(const DocumentInfo& f) {
   const size_t n = f.signatures.size();
   o << f.name << ": loaded, " << n << (n == 1 ? " signature" : " signatures") << ", family "
     << f.family.family << "\n";
+  for (const std::string& w : f.warnings) o << "  warning: " << w << "\n";
   for (const std::string& opt : f.family.suggestedOptions)
     o << "  suggested option: --option " << opt << "\n";
   for (const SignatureInfo& s : f.signatures) {
@@ -114,7 +115,7 @@ int runInfo(const Args& args) {
         }
         f = DocumentInfo();  // free it once printed
       });
-  return allLoaded ? kExitOk : kExitUsage;
+  return finishOutput(out, "info", allLoaded ? kExitOk : kExitUsage);
 }
 
 }  // namespace cli

@@ -9,6 +9,7 @@
 
 #include "cli/CliSupport.h"
 #include "cli/Commands.h"
+#include "cli/DocumentJson.h"
 #include "cli/InputFile.h"
 #include "cli/VerifierSetup.h"
 #include "dsig/ClsXmlDSig.h"
@@ -117,18 +118,15 @@ FileResult checkFile(const std::string& file, const VerifyRequest& req) {
   return res;
 }
 
-nlohmann::json toJson(const FileResult& f) {
-  nlohmann::json j;
+nlohmann::ordered_json toJson(const FileResult& f) {
+  if (!f.loaded) return errorJson(f.file, f.error);
+  nlohmann::ordered_json j;
   j["file"] = f.file;
   j["loaded"] = f.loaded;
-  if (!f.loaded) {
-    j["error"] = f.error;
-    return j;
-  }
   j["signature"] = f.signature;
   j["signatureId"] = f.signatureId;
   j["valid"] = f.allValid();
-  nlohmann::json refs = nlohmann::json::array();
+  nlohmann::ordered_json refs = nlohmann::ordered_json::array();
   for (const ReferenceResult& r : f.references) {
     refs.push_back({{"index", r.index},
                     {"uri", r.uri},
@@ -224,8 +222,7 @@ int runReferences(const Args& args) {
         }
         f = FileResult();
       });
-  if (anyUnloaded) return kExitUsage;
-  return anyInvalid ? kExitInvalid : kExitOk;
+  return finishOutput(out, "refs", anyUnloaded ? kExitUsage : anyInvalid ? kExitInvalid : kExitOk);
 }
 
 }  // namespace cli

@@ -6,6 +6,7 @@
 
 #include "cli/CliSupport.h"
 #include "cli/Commands.h"
+#include "cli/DocumentJson.h"
 #include "cli/InputFile.h"
 #include "cli/VerifierSetup.h"
 #include "dsig/ClsXmlDSig.h"
@@ -54,15 +55,18 @@ int add(const std::string& file, const Args& args) {
     return kExitInvalid;
   }
   // The document always comes back; an authority that could not be reached leaves the
-  // token empty, which the user must hear about.
+  // token empty, which the user must hear about. Such a document goes to standard output
+  // only: a file named by -o (the input itself, when stamping in place) is left as it was.
   if (dsig->lastErrorText().find("timestampTokenSize") == std::string::npos) {
-    std::fprintf(stderr, "xmldsig timestamp: %s: no token was obtained (%s); the time-stamp element is empty\n",
-                 file.c_str(), dsig->lastErrorLine().c_str());
+    const std::string target = args.value("output", "-");
+    std::fprintf(stderr, "xmldsig timestamp: %s: no token was obtained (%s); %s\n", file.c_str(),
+                 dsig->lastErrorLine().c_str(),
+                 target == "-" ? "the time-stamp element is empty" : (target + " left unchanged").c_str());
     out.write(result->getXString().getUtf8());
-    return kExitInvalid;
+    return kExitInvalid;  // not committed
   }
   out.write(result->getXString().getUtf8());
-  return kExitOk;
+  return finishOutput(out, "timestamp", kExitOk);
 }
 
 int check(const std::string& file, const Args& args) {
@@ -72,9 +76,14 @@ int check(const std::string& file, const Args& args) {
   Output out;
   if (!out.open(args, error)) return usageError("timestamp", error);
   std::string bytes;
-  if (!readInput(file, bytes, error)) return usageError("timestamp", error);
-  std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(req, file, std::move(bytes), error);
-  if (!dsig || !selectSignature(*dsig, req, req.selector, error)) return usageError("timestamp", file + ": " + error);
+  std::unique_ptr<ClsXmlDSig> dsig;
+  if (!readInput(file, bytes, error) || !(dsig = loadVerifier(req, file, std::move(bytes), error)) ||
+      !selectSignature(*dsig, req, req.selector, error)) {
+    // The same error object as every other command's JSON output.
+    if (out.json()) out.jsonLine(errorJson(file, error));
+    std::fprintf(stderr, "xmldsig timestamp: %s: %s\n", file.c_str(), error.c_str());
+    return finishOutput(out, "timestamp", kExitUsage);
+  }
   const int index = dsig->get_Selector();
 
   bool valid = false;
@@ -99,7 +108,7 @@ int check(const std::string& file, const Args& args) {
   } else {
     out.write(file + "#" + std::to_string(index) + ": " + verdict + "\n");
   }
-  return valid ? kExitOk : kExitInvalid;
+  return finishOutput(out, "timestamp", valid ? kExitOk : kExitInvalid);
 }
 
 }  // namespace

@@ -105,25 +105,27 @@ int runVerify(const Args& args) {
       [&](size_t i) {
         DocumentVerdict& f = results[i];
         if (!f.log.empty()) std::fputs(f.log.c_str(), stderr);
+        for (const std::string& w : f.warnings)
+          std::fprintf(stderr, "xmldsig verify: %s: warning: %s\n", f.name.c_str(), w.c_str());
         if (!f.loaded) {
           anyUnloaded = true;
           std::fprintf(stderr, "xmldsig verify: %s: %s\n", f.name.c_str(), f.error.c_str());
         }
-        for (const SignatureVerdict& s : f.signatures)
+        for (const SignatureVerdict& s : f.signatures) {
           if (!s.log.empty()) std::fputs(s.log.c_str(), stderr);
-        for (const SignatureVerdict& s : f.signatures)
           if (!s.valid) anyInvalid = true;
+        }
         if (out.json()) {
           for (const nlohmann::ordered_json& j : verdictJson(f, req)) out.jsonLine(j);
         } else {
+          // Every FILE gets a line of its own, also one that could not be read or loaded.
+          if (!f.loaded) out.write(f.name + ": ERROR (" + f.error + ")\n");
           const bool numbered = f.numbered(req);
-          for (const SignatureVerdict& s : f.signatures)
-            out.write(label(f, s, numbered) + (s.valid ? ": valid\n" : ": INVALID (" + s.reason + ")\n"));
+          for (const SignatureVerdict& s : f.signatures) out.write(label(f, s, numbered) + ": " + verdictText(s) + "\n");
         }
         f = DocumentVerdict();
       });
-  if (anyUnloaded) return kExitUsage;
-  return anyInvalid ? kExitInvalid : kExitOk;
+  return finishOutput(out, "verify", anyUnloaded ? kExitUsage : anyInvalid ? kExitInvalid : kExitOk);
 }
 
 }  // namespace cli

@@ -173,8 +173,8 @@ bool ClsXmlDSig::compareSameDocumentDigest(const StringBuffer& uri, DSigReferenc
     }
   }
 
-  // Exact case on purpose: this option waives digest checking altogether.
-  if (log.hasUncommonOption("AllowXmlDigestError", false)) {
+  // This option waives digest checking altogether (keywords match in any case).
+  if (log.hasUncommonOption("AllowXmlDigestError", true)) {
     m_refFailReason = 0;
     return true;
   }
