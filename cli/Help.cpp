@@ -78,8 +78,13 @@ std::string toolHelp() {
              "health documents, SWIFT, EBICS, SAML and WS-Security messages) and reports on or "
              "checks their signatures the way the signing software of each document family "
              "produces them.\n\n"
-             "FILE may be - to read standard input. Options may come before or after the files; "
-             "long options take their value as --name VALUE or --name=VALUE.",
+             "FILE may be - to read standard input; pipes, FIFOs and /dev/stdin are read as "
+             "streams. Options may come before or after the files; long options take their value as "
+             "--name VALUE or --name=VALUE.\n\n"
+             "-o FILE writes to a temporary file renamed over FILE only when the command succeeds, "
+             "so FILE may be one of the inputs (\"timestamp add doc.xml -o doc.xml\" stamps in "
+             "place) and a failed command leaves it as it was. With --json, every command prints "
+             "{\"file\", \"error\"} for a FILE it could not read or load.",
              4) +
          "\n";
   out += "COMMANDS\n";

@@ -25,7 +25,11 @@ const CommandSpec& infoSpec() {
       "prefix list, the signature method, and every reference with its URI, whether it "
       "points into the document or outside it, its digest method and its transforms.\n\n"
       "Where the family is verified by its own rules only on request (Saudi ZATCA and "
-      "Malaysian MyInvois invoices), the option to pass is suggested.\n\n"
+      "Malaysian MyInvois invoices), the option to pass is suggested. The family is the "
+      "document's own: a family option given for a document of another family is reported "
+      "as a warning (\"warnings\" in JSON).\n\n"
+      "With --json, one object per FILE; a FILE that cannot be read or loaded gives "
+      "{\"file\", \"error\"}, and --log adds the verifier's structured log as \"log\".\n\n"
       "The bytes of each file are read as they are; the encoding comes from the byte-order "
       "mark or the XML declaration. Nothing is verified: use this command to learn what a "
       "document holds and what it needs.",

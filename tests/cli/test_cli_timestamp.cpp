@@ -34,6 +34,18 @@ TEST(CliTimestamp, AddThenCheckAndTheFailuresAUserMeets) {
   EXPECT_NE(down.out.find("#DER\"></xades:EncapsulatedTimeStamp>"), std::string::npos);
   EXPECT_NE(down.err.find("no token was obtained"), std::string::npos) << down.err;
 
+  // Stamping in place: the input is read whole before -o replaces it, and a stamp that
+  // could not be obtained leaves it as it was.
+  const std::string inPlace = testsupport::makeTempDir("cli-ts-in-place") + "/doc.xml";
+  const std::string original = testsupport::readFile(plain);
+  testsupport::writeFile(inPlace, original);
+  down = xmldsig("timestamp add " + quote(inPlace) + " --tsa http://127.0.0.1:1/ -o " + quote(inPlace));
+  EXPECT_EQ(down.exitCode, 1);
+  EXPECT_EQ(testsupport::readFile(inPlace), original);
+  add = xmldsig("timestamp add " + quote(inPlace) + " --tsa " + quote(tsa.url()) + " -o " + quote(inPlace));
+  ASSERT_EQ(add.exitCode, 0) << add.err;
+  EXPECT_EQ(xmldsig("timestamp check " + quote(inPlace)).out, inPlace + "#0: time-stamp valid\n");
+
   EXPECT_EQ(xmldsig("timestamp add " + quote(plain)).exitCode, 2);  // --tsa missing
   EXPECT_EQ(xmldsig("timestamp stamp " + quote(plain)).exitCode, 2);
 }
