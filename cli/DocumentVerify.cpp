@@ -5,7 +5,11 @@
 
 #include "cli/FamilyReport.h"
 #include "cli/VerifierSetup.h"
+#include "dsig/AlgorithmTables.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/reference/DSigReference.h"
+#include "support/ClsXml.h"
+#include "support/RefCountedObject.h"
 #include "support/ExtPtrArray.h"
 #include "support/LogBase.h"
 #include "support/StringBuffer.h"
@@ -36,6 +40,7 @@ const char* statusOfReason(int reason, bool allowDigestError, bool ignoreExterna
     case 1: return allowDigestError ? "digest-mismatch-not-enforced" : "digest-mismatch";
     case 2: return ignoreExternal ? "skipped-no-external-data" : "external-data-missing";
     case 3: return "no-such-reference";
+    case ClsXmlDSig::kRefFailUnknownAlgorithm: return "unsupported-digest-algorithm";
     case 5: return "canonicalization-failed";
     default: return "failed";
   }
@@ -78,6 +83,14 @@ std::vector<ReferenceOutcome> referenceOutcomes(ClsXmlDSig& d, const VerifyReque
   return out;
 }
 
+std::string digestMethodOf(ClsXmlDSig& d, int index) {
+  LogNull quiet;
+  RcPtr<ClsXml> element(d.getReference(index, quiet));
+  DSigReference ref;
+  if (element) ref.parseReference(element.get(), quiet);
+  return ref.digestMethod.getString();
+}
+
 // The cause of a failed verification, from what the verifier reports as data: the
 // reference outcomes, the signature method, and the keys it can find.
 void explainFailure(ClsXmlDSig& d, const VerifyRequest& req, SignatureVerdict& s) {
@@ -94,6 +107,11 @@ void explainFailure(ClsXmlDSig& d, const VerifyRequest& req, SignatureVerdict& s
         s.reason = "digest mismatch in " + which + ": the data it covers was changed";
         return;
       }
+      if (r.status == "unsupported-digest-algorithm") {
+        s.failure = "unsupported-algorithm";
+        s.reason = "unsupported digest algorithm \"" + digestMethodOf(d, r.index) + "\" in " + which;
+        return;
+      }
       if (r.status == "external-data-missing") {
         s.failure = "external-data-missing";
         s.reason = "external data missing for " + which + "; give it with --ref-data " + std::to_string(r.index) +
@@ -107,9 +125,8 @@ void explainFailure(ClsXmlDSig& d, const VerifyRequest& req, SignatureVerdict& s
   LogNull quiet;
   StringBuffer method;
   d.getSignatureMethod(method, quiet);
-  const int hashId = ClsXmlDSig::signatureMethodToHashAlg(method, quiet);
-  const int keyType = ClsXmlDSig::signatureMethodToKeyType(method, quiet);
-  if (keyType < 0 || hashId <= 0) {
+  const dsig_algorithms::SignatureMethod* known = dsig_algorithms::findSignatureMethod(method.view());
+  if (!known) {
     s.failure = "unsupported-algorithm";
     s.reason = "unsupported signature algorithm \"" + std::string(method.getString()) + "\"";
     return;
@@ -127,7 +144,7 @@ void explainFailure(ClsXmlDSig& d, const VerifyRequest& req, SignatureVerdict& s
     s.failure = "other";
     return;
   }
-  if (keyType == 4) {
+  if (known->keyType == dsig_algorithms::KeyType::Hmac) {
     if (!req.hasHmacKey) {
       s.failure = "no-key";
       s.reason = "no key: an HMAC signature needs its secret (--hmac-key)";
