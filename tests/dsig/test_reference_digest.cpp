@@ -118,9 +118,12 @@ TEST(ReferenceDigest, HexDigestAndAllowXmlDigestError) {
   Verifier allowed(wrong, "AllowXmlDigestError");
   EXPECT_TRUE(allowed.verify(0));
   EXPECT_EQ(allowed.reason(), 0);
-  Verifier lower(wrong, "allowxmldigesterror");  // the keyword's case matters
-  EXPECT_FALSE(lower.verify(0));
-  EXPECT_EQ(lower.reason(), 1);
+  Verifier lower(wrong, "allowxmldigesterror");  // keywords match in any case
+  EXPECT_TRUE(lower.verify(0));
+  EXPECT_EQ(lower.reason(), 0);
+  Verifier without(wrong);
+  EXPECT_FALSE(without.verify(0));
+  EXPECT_EQ(without.reason(), 1);
 }
 
 TEST(ReferenceDigest, TransformsThatCannotBeAppliedFailWithoutHashing) {
