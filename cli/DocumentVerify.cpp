@@ -8,6 +8,7 @@
 #include "dsig/AlgorithmTables.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/reference/DSigReference.h"
+#include "dsig/transform/TransformAlgorithms.h"
 #include "support/ClsXml.h"
 #include "support/RefCountedObject.h"
 #include "support/ExtPtrArray.h"
@@ -131,16 +132,19 @@ void explainFailure(ClsXmlDSig& d, const VerifyRequest& req, SignatureVerdict& s
     s.reason = "unsupported signature algorithm \"" + std::string(method.getString()) + "\"";
     return;
   }
-  // The same test the verification applies to SignedInfo's canonicalization method.
   StringBuffer canonMethod, prefixes;
-  if (d.getCanonicalizationMethod(canonMethod, prefixes, quiet) && !canonMethod.containsSubstring("xml-c14n") &&
-      !canonMethod.containsSubstring("xml-exc-c14n")) {
+  d.getCanonicalizationMethod(canonMethod, prefixes, quiet);
+  const dsig_algorithms::AlgorithmRow* canon = dsig_algorithms::findAlgorithm(canonMethod.view());
+  if (!canon || canon->kind != dsig_algorithms::StepKind::Canonical) {
     s.failure = "unsupported-algorithm";
     s.reason = "unsupported canonicalization algorithm \"" + std::string(canonMethod.getString()) + "\"";
     return;
   }
-  StringBuffer signatureValue;
-  if (!d.getSignatureValue(signatureValue, quiet) || signatureValue.getSize() == 0) {
+  // Only a signature of the expected shape got as far as its keys; any other failure keeps
+  // the verifier's own reason.
+  ClsXml* signature = d.selectedSignature();
+  if (!signature || signature->numChildrenHavingTagUtf8("*:SignedInfo", quiet) != 1 ||
+      signature->numChildrenHavingTagUtf8("*:SignatureValue", quiet) != 1) {
     s.failure = "other";
     return;
   }
