@@ -41,7 +41,7 @@ const char* statusOfReason(int reason, bool allowDigestError, bool ignoreExterna
     case 1: return allowDigestError ? "digest-mismatch-not-enforced" : "digest-mismatch";
     case 2: return ignoreExternal ? "skipped-no-external-data" : "external-data-missing";
     case 3: return "no-such-reference";
-    case ClsXmlDSig::kRefFailUnknownAlgorithm: return "unsupported-digest-algorithm";
+    case ClsXmlDSig::kRefFailUnknownAlgorithm: return "unsupported-algorithm";
     case 5: return "canonicalization-failed";
     default: return "failed";
   }
@@ -84,12 +84,24 @@ std::vector<ReferenceOutcome> referenceOutcomes(ClsXmlDSig& d, const VerifyReque
   return out;
 }
 
-std::string digestMethodOf(ClsXmlDSig& d, int index) {
+// The algorithm URI of a reference that the verifier does not know: its digest method, or
+// else the first of its transforms not in the table.
+std::string unknownAlgorithmOf(ClsXmlDSig& d, int index) {
   LogNull quiet;
   RcPtr<ClsXml> element(d.getReference(index, quiet));
+  if (!element) return std::string();
   DSigReference ref;
-  if (element) ref.parseReference(element.get(), quiet);
-  return ref.digestMethod.getString();
+  ref.parseReference(element.get(), quiet);
+  if (!dsig_algorithms::findDigestMethod(ref.digestMethod.view())) return ref.digestMethod.getString();
+  RcPtr<ClsXml> transforms(element->getChildWithTagUtf8("*:Transforms"));
+  const int n = transforms ? transforms->numChildrenHavingTagUtf8("*:Transform", quiet) : 0;
+  for (int i = 0; i < n; ++i) {
+    RcPtr<ClsXml> t(transforms->getNthChildWithTagUtf8("*:Transform", i, quiet));
+    StringBuffer uri;
+    if (t) t->getAttrValue("Algorithm", uri);
+    if (!dsig_algorithms::findAlgorithm(uri.view())) return uri.getString();
+  }
+  return std::string();
 }
 
 // The cause of a failed verification, from what the verifier reports as data: the
@@ -108,9 +120,9 @@ void explainFailure(ClsXmlDSig& d, const VerifyRequest& req, SignatureVerdict& s
         s.reason = "digest mismatch in " + which + ": the data it covers was changed";
         return;
       }
-      if (r.status == "unsupported-digest-algorithm") {
+      if (r.status == "unsupported-algorithm") {
         s.failure = "unsupported-algorithm";
-        s.reason = "unsupported digest algorithm \"" + digestMethodOf(d, r.index) + "\" in " + which;
+        s.reason = "unsupported algorithm \"" + unknownAlgorithmOf(d, r.index) + "\" in " + which;
         return;
       }
       if (r.status == "external-data-missing") {

@@ -16,8 +16,8 @@ struct ReferenceOutcome {
   std::string uri;
   bool external = false;
   // "valid", "digest-mismatch", "digest-mismatch-not-enforced", "external-data-missing",
-  // "skipped-no-external-data", "not-checked", "no-such-reference", "canonicalization-failed",
-  // "failed".
+  // "skipped-no-external-data", "not-checked", "no-such-reference", "unsupported-algorithm",
+  // "canonicalization-failed", "failed".
   std::string status;
 };
 
