@@ -17,6 +17,7 @@
 #   hmac-truncated.xml   as hmac.xml with HMACOutputLength 128
 #   invoice.xml      enveloped (whole document, enveloped + exclusive c14n), Signature Id "sig-1"
 #   id-ref.xml       enveloped signature over the element with Id "d1" (exclusive c14n)
+#   id-ref-incl.xml  as id-ref.xml with inclusive c14n, the signed element's text a QName
 # The variants are re-signed over the canonical SignedInfo written out here; the script
 # first checks that text against xmlsec1's own PKCS#1 v1.5 signature (which is deterministic),
 # so a variant is exactly what a signer would have produced.
@@ -140,7 +141,11 @@ cat > id-ref.tmpl <<XML
 <Doc><Data Id="d1"><Amount>100.00</Amount></Data><ds:Signature xmlns:ds="$DS" Id="sig-1"><ds:SignedInfo><ds:CanonicalizationMethod Algorithm="$EXC"/><ds:SignatureMethod Algorithm="$RSA256"/><ds:Reference URI="#d1"><ds:Transforms><ds:Transform Algorithm="$EXC"/></ds:Transforms><ds:DigestMethod Algorithm="$SHA256"/><ds:DigestValue/></ds:Reference></ds:SignedInfo><ds:SignatureValue/></ds:Signature></Doc>
 XML
 sign id-ref.xml id-ref.tmpl --privkey-pem rsa.pem --id-attr:Id Data
+cat > id-ref-incl.tmpl <<XML
+<Doc xmlns:t="urn:types"><Data Id="d1"><Amount>100.00</Amount><Kind>t:Gross</Kind></Data><ds:Signature xmlns:ds="$DS" Id="sig-1"><ds:SignedInfo><ds:CanonicalizationMethod Algorithm="$C14N"/><ds:SignatureMethod Algorithm="$RSA256"/><ds:Reference URI="#d1"><ds:Transforms><ds:Transform Algorithm="$C14N"/></ds:Transforms><ds:DigestMethod Algorithm="$SHA256"/><ds:DigestValue/></ds:Reference></ds:SignedInfo><ds:SignatureValue/></ds:Signature></Doc>
+XML
+sign id-ref-incl.xml id-ref-incl.tmpl --privkey-pem rsa.pem --id-attr:Id Data
 
-for f in two-refs external two-no-id pkcs1 pss pss-as-pkcs1 pkcs1-as-pss unknown-c14n hmac hmac-truncated invoice id-ref; do
+for f in two-refs external two-no-id pkcs1 pss pss-as-pkcs1 pkcs1-as-pss unknown-c14n hmac hmac-truncated invoice id-ref id-ref-incl; do
   grep -q 'SignatureValue>[A-Za-z0-9+/]' "$f.xml" || { echo "$f.xml is not signed" >&2; exit 1; }
 done
