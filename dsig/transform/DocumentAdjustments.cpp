@@ -8,9 +8,12 @@
 #include "dsig/DocumentFamilyMarkers.h"
 #include "dsig/_clsXmlDSigBase.h"
 #include "dsig/reference/DSigReference.h"
+#include "dsig/transform/MarkupSearch.h"
 #include "support/LogBase.h"
 
 namespace {
+
+using markupsearch::findInMarkup;
 
 constexpr size_t kMaxEbXmlRemovals = 13;
 
@@ -50,7 +53,7 @@ void _clsXmlDSigBase::extract_sii_cl_dte(StringBuffer& xml, const char* id, bool
   std::string marker = "ID=\"";
   marker += id ? id : "";
   marker += "\"";
-  const size_t markerPos = xml.find(marker);
+  const size_t markerPos = findInMarkup(xml.view(), marker);
   if (markerPos == StringBuffer::npos) return;
 
   // The referenced Documento must be the first child of a DTE, with nothing but text
@@ -61,7 +64,7 @@ void _clsXmlDSigBase::extract_sii_cl_dte(StringBuffer& xml, const char* id, bool
   if (dte == StringBuffer::npos || dte == 0 || !hasTextAt(xml, dte, "<DTE ")) return;
   m_siiDteOffset = static_cast<int32_t>(dte);
 
-  const size_t close = xml.find("</DTE>", dte);
+  const size_t close = findInMarkup(xml.view(), "</DTE>", dte);
   if (close == StringBuffer::npos) return;
   // The signer's DTE text includes the one character after its end tag (normally the line
   // break); when the end tag ends the text there is none to take.
@@ -79,8 +82,8 @@ void DSigReference::removeEbXmlFragments(StringBuffer& xml, LogBase& /*log*/) {
   size_t searchFrom = 0;
   size_t removed = 0;
   for (;;) {
-    size_t found = xml.find(kActorNext, searchFrom);
-    if (found == StringBuffer::npos) found = xml.find(kActorNextMsh, searchFrom);
+    size_t found = findInMarkup(xml.view(), kActorNext, searchFrom);
+    if (found == StringBuffer::npos) found = findInMarkup(xml.view(), kActorNextMsh, searchFrom);
     if (found == StringBuffer::npos) return;
 
     // Back to the '<' of the element carrying the attribute; a '>' on the way means the
@@ -109,7 +112,7 @@ void DSigReference::removeEbXmlFragments(StringBuffer& xml, LogBase& /*log*/) {
     if (nameEnd >= xml.getSize()) return;
     std::string closeTag = "</";
     closeTag.append(xml.view().substr(lt + 1, nameEnd - lt - 1));
-    const size_t close = xml.find(closeTag, lt);
+    const size_t close = findInMarkup(xml.view(), closeTag, lt);
     if (close == StringBuffer::npos) return;
     const size_t gt = xml.findChar('>', close);
     if (gt == StringBuffer::npos) return;
@@ -125,8 +128,8 @@ bool _clsXmlDSigBase::postProcessTransformedXml(StringBuffer& /*unused*/, DSigRe
   // SWIFT Alliance: the LAU block is added after signing.
   if (xml.containsSubstring(dsig_family::kSwiftSaaNamespace) && xml.containsSubstring("<LAU") &&
       xml.containsSubstring("</LAU>")) {
-    const size_t i = xml.find("<LAU");
-    const size_t j = xml.find("</LAU>");
+    const size_t i = findInMarkup(xml.view(), "<LAU");
+    const size_t j = findInMarkup(xml.view(), "</LAU>");
     if (i != 0 && j > i) {
       log.LogInfo("Adjusting XML to canonicalized by removing <LAU ... </LAU>");
       xml.removeChunk(i, j + 6 - i);
@@ -136,9 +139,9 @@ bool _clsXmlDSigBase::postProcessTransformedXml(StringBuffer& /*unused*/, DSigRe
 }
 
 bool _clsXmlDSigBase::removeXmlChunk(const char* startTag, const char* endTag, StringBuffer& xml, LogBase& /*log*/) {
-  const size_t s = xml.find(startTag);
+  const size_t s = findInMarkup(xml.view(), startTag);
   if (s == StringBuffer::npos) return false;
-  const size_t e = xml.find(endTag, s);
+  const size_t e = findInMarkup(xml.view(), endTag, s);
   if (e == StringBuffer::npos) return false;
   xml.removeChunk(s, e + std::strlen(endTag) - s);
   return true;
@@ -149,12 +152,12 @@ bool _clsXmlDSigBase::removeXmlChunkContaining(const char* startTag, const char*
   const size_t endLen = std::strlen(endTag);
   size_t from = 0;
   for (;;) {
-    const size_t s = xml.find(startTag, from);
+    const size_t s = findInMarkup(xml.view(), startTag, from);
     if (s == StringBuffer::npos) return false;
-    const size_t e = xml.find(endTag, s);
+    const size_t e = findInMarkup(xml.view(), endTag, s);
     if (e == StringBuffer::npos) return false;
     const size_t chunkEnd = e + endLen;
-    if (xml.substr(s, chunkEnd - s).find(mustContain) != std::string_view::npos) {
+    if (findInMarkup(xml.view().substr(s, chunkEnd - s), mustContain) != StringBuffer::npos) {
       xml.removeChunk(s, chunkEnd - s);
       return true;
     }

@@ -5,6 +5,7 @@
 
 #include "dsig/_clsXmlDSigBase.h"
 #include "dsig/reference/DSigReference.h"
+#include "dsig/transform/MarkupSearch.h"
 #include "support/ClsXml.h"
 #include "support/ExtPtrArray.h"
 #include "support/LogBase.h"
@@ -15,11 +16,12 @@ namespace {
 constexpr const char kFilter2Uri[] = "http://www.w3.org/2002/06/xmldsig-filter2";
 constexpr int kMaxRemovals = 100;
 
-// Removes the first span from `startTag` through the first `endTag` after it.
+// Removes the first span from `startTag` through the first `endTag` after it; tags inside
+// comments, CDATA sections and PIs do not count.
 bool removeFirstSpan(StringBuffer& xml, const std::string& startTag, const std::string& endTag) {
-  const size_t s = xml.find(startTag);
+  const size_t s = markupsearch::findInMarkup(xml.view(), startTag);
   if (s == StringBuffer::npos) return false;
-  const size_t e = xml.find(endTag, s);
+  const size_t e = markupsearch::findInMarkup(xml.view(), endTag, s);
   if (e == StringBuffer::npos) return false;
   xml.removeChunk(s, e + endTag.size() - s);
   return true;
@@ -139,9 +141,10 @@ bool _clsXmlDSigBase::transformXPath(ClsXml* transform, StringBuffer& xml, const
     bool done = false;
     if (m_isMyInvois && startTag.find("UBLExtensions") != std::string::npos) {
       // MyInvois keeps its first UBLExtensions block and drops the second.
-      const size_t first = xml.find(startTag);
-      const size_t second = first == StringBuffer::npos ? StringBuffer::npos : xml.find(startTag, first + 3);
-      const size_t close = second == StringBuffer::npos ? StringBuffer::npos : xml.find(endTag, second);
+      using markupsearch::findInMarkup;
+      const size_t first = findInMarkup(xml.view(), startTag);
+      const size_t second = first == StringBuffer::npos ? StringBuffer::npos : findInMarkup(xml.view(), startTag, first + 3);
+      const size_t close = second == StringBuffer::npos ? StringBuffer::npos : findInMarkup(xml.view(), endTag, second);
       if (close != StringBuffer::npos) {
         xml.removeChunk(second, close + endTag.size() - second);
         done = true;
