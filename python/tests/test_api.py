@@ -56,6 +56,7 @@ def _tool_args(kwargs: dict) -> List[str]:
         args += ["--ref-data", f"{index}={path}"]
     for directory in kwargs.get("external_dirs", ()):
         args += ["--external-dir", directory]
+
     return args
 
 
@@ -149,6 +150,10 @@ def test_arguments_that_cannot_be_honoured_are_refused():
                         ("at", "2024-01-01T00:00:00Z"), ("report", True)):
         with pytest.raises(ValueError, match=name):
             xmldsig.verify(doc, **{name: value})
+    # Keys that cannot be used are the caller's mistake, found before any document is read.
+    for kwargs in ({"key": "/nonexistent/key.pem"}, {"hmac_key": "zz", "hmac_encoding": "hex"}):
+        with pytest.raises(ValueError):
+            xmldsig.verify(doc, **kwargs)
     for signature in (-1, "first", True, 1.0):
         with pytest.raises(ValueError, match="signature"):
             xmldsig.verify(doc, signature=signature)

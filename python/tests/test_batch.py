@@ -7,6 +7,7 @@ import sys
 from pathlib import Path
 
 import xmldsig
+from xmldsig.batch import verify_partition
 from conftest import run_tool
 
 # A few corpus directories: documents of several families, valid and not, one and two
@@ -35,3 +36,17 @@ def test_batch_on_two_workers_prints_the_tools_lines(corpus, tool, tmp_path):
     assert batch.returncode == expected.status == 2
     assert f"{len(files)} files" in stderr.splitlines()[-1]
     assert "\r" not in stderr  # no progress bar when standard error is not a terminal
+
+    # The function other engines call gives the same lines, in the order of the paths.
+    lines = verify_partition(iter(files), files_per_call=7, signature="all", hmac_key="testkey", options=("ZATCA",))
+    assert list(lines) == expected.lines()
+
+
+def test_batch_refuses_options_it_cannot_use_before_starting(tmp_path):
+    env = dict(os.environ, PYTHONPATH=str(Path(xmldsig.__file__).resolve().parents[1]))
+    for option in (["--hmac-key", "zz", "--hmac-encoding", "hex"], ["--key", str(tmp_path / "missing.pem")]):
+        batch = subprocess.run([sys.executable, "-m", "xmldsig.batch", "--workers", "1", *option, str(tmp_path)],
+                               capture_output=True, env=env, timeout=120)
+        assert batch.returncode == 2
+        assert batch.stderr.decode().startswith("xmldsig.batch: "), batch.stderr
+        assert batch.stdout == b""

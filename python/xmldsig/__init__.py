@@ -64,9 +64,11 @@ def verify(
 ) -> List[Dict[str, Any]]:
     """Verifies one signature of a document, or every one with ``signature="all"``.
 
-    Returns one dict per verified signature with the fields of ``xmldsig verify --json``:
-    ``file`` (the path, or ``"-"`` for bytes and text), ``signature`` (its index), ``id``,
-    ``valid``, ``refFailReason`` and, when not valid, ``reason``.
+    Returns one dict per verified signature with exactly the fields of the line
+    ``xmldsig verify --json`` prints for the same document and options (``xmldsig verify
+    --help`` lists them), among them ``file`` (the path, or ``"-"`` for bytes and text),
+    ``signature`` (its index), ``id``, ``valid``, ``refFailReason`` and, when not valid,
+    ``reason``.
 
     - ``signature``: the index of the signature to verify (0, the first, by default) or
       ``"all"``.
@@ -82,7 +84,7 @@ def verify(
       the library; giving them raises ValueError.
 
     Raises XmlError when the document cannot be read or parsed, has no signature, or has no
-    signature with that index.
+    signature with that index; ValueError when a key or certificate given does not load.
     """
     refuse_unsupported(signers=signers, trust=trust, crls=crls, at=at, report=report)
     args = verify_args(signature=signature, options=options, key=key, hmac_key=hmac_key,

@@ -30,28 +30,24 @@ from ._options import verify_args
 # Status of a result line, as the native layer reports it.
 VALID, INVALID, NOT_VERIFIED = 0, 1, 2
 
-# Files handed to the library in one call by verify_partition: big enough that a call's
-# cost is spread, small enough that results stream.
-_CALL_SIZE = 256
-
 
 def verify_files(paths: Sequence[str], args: Dict[str, List[str]]) -> List[Tuple[str, int]]:
     """(JSON line, status) per result of each file, in order; args are ``verify`` options."""
     return _native.verify_lines(list(paths), args)
 
 
-def verify_partition(paths: Iterable[str], **options: Any) -> Iterator[str]:
+def verify_partition(paths: Iterable[str], *, files_per_call: int = 256, **verify_options: Any) -> Iterator[str]:
     """The JSON lines (without newline) of every file of an iterable of paths, in order.
 
-    ``options`` are the keyword arguments of ``xmldsig.verify`` (``signature="all"``,
-    ``hmac_key=...``, ``options=("ZATCA",)``...). The GIL is released while each group of
-    files is verified.
+    ``verify_options`` are the keyword arguments of ``xmldsig.verify`` (``signature="all"``,
+    ``hmac_key=...``, ``options=("ZATCA",)``...). The files are verified files_per_call at a
+    time, each group with the GIL released, so that results stream from a long iterable.
     """
-    args = verify_args(**options)
+    args = verify_args(**verify_options)
     chunk: List[str] = []
     for path in paths:
         chunk.append(os.fsdecode(path))
-        if len(chunk) == _CALL_SIZE:
+        if len(chunk) == files_per_call:
             yield from (line for line, _ in verify_files(chunk, args))
             chunk = []
     if chunk:
@@ -228,6 +224,7 @@ def main(argv: Optional[Sequence[str]] = None) -> int:
                            external_dirs=opts.external_dir, certs=opts.cert, cert_dirs=opts.cert_dir,
                            ignore_external=opts.ignore_external,
                            check_references=not opts.no_references)
+        _native.check_options(args)  # here, rather than in every task
     except (ValueError, TypeError) as e:
         print(f"xmldsig.batch: {e}", file=sys.stderr)
         return 2
