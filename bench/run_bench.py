@@ -115,7 +115,7 @@ def whole_process(build, docs, rows, runs, min_size, max_size):
                 targets.append("RSS <= 2x: %s" % verdict(rss <= 2))
         if size >= 100 * MB and name.startswith("realistic-incl-") and "crlf" not in name:
             targets.append("info >= 400 MB/s: %s" % verdict(info_cpu >= 400))
-        print("%-24s %8.2f %7.3f (%6.2f) %7.3f (%6.2f) %5.2f%s (%5.2f) %6.0f %5.1fx %6.0f (%6.0f)  %s" % (
+        print("%-24s %8.2f %7.3f (%6.2f) %7.3f (%6.2f) %5.2f%s (%5.2f) %6.0f %5.1fx %6.1f (%6.1f)  %s" % (
             name, size / MB, wall, cpu, other_wall, other_cpu, ratio, "s" if big else "x", cpu_ratio, rss_mb,
             rss, info_wall, info_cpu, ", ".join(targets)), flush=True)
     print("other: xmlsec1 --verify; over 100 MB sha256sum. ratio: xmlsec1's time / ours ('x'), or ours / "
