@@ -17,5 +17,5 @@ class DigestEngine {
 };
 
 // A fresh engine for a hash identifier (1 SHA-1, 2 SHA-384, 3 SHA-512, 4 MD2, 5 MD5,
-// 7 SHA-256, 9 RIPEMD-128, 10 RIPEMD-160), or null for any other identifier.
+// 7 SHA-256, 9 RIPEMD-128, 10 RIPEMD-160, 11 SHA-224, 12-15 SHA3-224/256/384/512), or null for any other identifier.
 std::unique_ptr<DigestEngine> makeDigestEngine(int hashId);

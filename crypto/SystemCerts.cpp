@@ -6,6 +6,7 @@
 #include "crypto/CertMgr.h"
 #include "crypto/DistinguishedName.h"
 #include "crypto/PemFile.h"
+#include "crypto/_btHash.h"
 #include "support/ContentCoding.h"
 #include "support/DataBuffer.h"
 #include "support/LogBase.h"
@@ -114,6 +115,17 @@ CertRecord* SystemCerts::findBySubjectKeyId(const char* ski, LogBase& /*log*/) {
   if (candidates.empty()) return nullptr;
   for (const CertCollection* c : collections())
     if (CertRecord* r = c->findByKeyId(candidates)) return r;
+  return nullptr;
+}
+
+CertRecord* SystemCerts::findByCertDigest(int hashId, const DataBuffer& digest) const {
+  if (digest.isEmpty()) return nullptr;
+  std::vector<CertRecord*> records;
+  for (const CertCollection* c : collections()) c->all(records);
+  DataBuffer computed;
+  for (CertRecord* r : records)
+    if (_btHash::doHash(r->der().getData2(), r->der().getSize(), hashId, computed) && computed.equals(digest))
+      return r;
   return nullptr;
 }
 

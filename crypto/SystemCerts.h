@@ -42,6 +42,8 @@ class SystemCerts {
   // The record of the certificate whose subject key identifier, or SHA-1 thumbprint,
   // the text gives in base64 or hex (as documents write them).
   CertRecord* findBySubjectKeyId(const char* ski, LogBase& log);
+  // The record of the certificate whose DER has this digest under the hash identifier.
+  CertRecord* findByCertDigest(int hashId, const DataBuffer& digest) const;
 
   // Attaches a vault's certificates; later lookups search them too. False for a null
   // manager or one not owned by a vault.

@@ -1,6 +1,7 @@
 // _btHash: message digests by hash identifier, the integer codes the verifier uses
 // everywhere: 1 SHA-1, 2 SHA-384, 3 SHA-512, 4 MD2, 5 MD5, 7 SHA-256, 9 RIPEMD-128,
-// 10 RIPEMD-160. Identifier 0 (no hash) and any other value are refused.
+// 10 RIPEMD-160, 11 SHA-224,
+// 12-15 SHA3-224, SHA3-256, SHA3-384, SHA3-512. Identifier 0 (no hash) and any other value are refused.
 #pragma once
 
 #include <cstddef>

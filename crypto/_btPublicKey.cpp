@@ -75,12 +75,14 @@ void _btPublicKey::clear() {
   m_rsa.reset();
   m_dsa.reset();
   m_ecc.reset();
+  m_ed.reset();
 }
 
 _btPublicKey::KeyType _btPublicKey::keyType() const {
   if (m_rsa) return kRsa;
   if (m_dsa) return kDsa;
   if (m_ecc) return kEcc;
+  if (m_ed) return kEdDsa;
   return kNone;
 }
 
@@ -89,6 +91,7 @@ const char* _btPublicKey::keyTypeName() const {
     case kRsa: return "rsa";
     case kDsa: return "dsa";
     case kEcc: return "ec";
+    case kEdDsa: return m_ed->isEd448() ? "ed448" : "ed25519";
     default: return "";
   }
 }
@@ -97,6 +100,7 @@ EVP_PKEY* _btPublicKey::pkey() const {
   if (m_rsa) return m_rsa->pkey();
   if (m_dsa) return m_dsa->pkey();
   if (m_ecc) return m_ecc->pkey();
+  if (m_ed) return m_ed->pkey();
   return nullptr;
 }
 
@@ -124,6 +128,9 @@ bool _btPublicKey::setKey(ossl::PkeyPtr key, LogBase& log) {
   } else if (EVP_PKEY_is_a(k, "EC")) {
     clear();
     m_ecc = std::make_unique<EccKey>(std::move(key));
+  } else if (EVP_PKEY_is_a(k, "ED25519") || EVP_PKEY_is_a(k, "ED448")) {
+    clear();
+    m_ed = std::make_unique<EdDsaKey>(std::move(key));
   } else {
     log.LogError("Unsupported public key type.");
     const char* name = EVP_PKEY_get0_type_name(k);

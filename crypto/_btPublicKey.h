@@ -1,10 +1,11 @@
-// _btPublicKey: the material of one public key (RSA, DSA or EC), loaded from DER, from
+// _btPublicKey: the material of one public key (RSA, DSA, EC, Ed25519 or Ed448), loaded from DER, from
 // key components or from an EC point, with the typed views the verifiers take.
 #pragma once
 
 #include <memory>
 
 #include "crypto/EccKey.h"
+#include "crypto/EdDsaKey.h"
 #include "crypto/KeyData.h"
 #include "crypto/OsslPtr.h"
 
@@ -13,7 +14,7 @@ class LogBase;
 
 class _btPublicKey {
  public:
-  enum KeyType { kNone = 0, kRsa = 1, kDsa = 2, kEcc = 3 };
+  enum KeyType { kNone = 0, kRsa = 1, kDsa = 2, kEcc = 3, kEdDsa = 4 };
 
   _btPublicKey();
   ~_btPublicKey();
@@ -40,7 +41,7 @@ class _btPublicKey {
   bool setKey(ossl::PkeyPtr key, LogBase& log);
 
   KeyType keyType() const;
-  // "rsa", "dsa", "ec", or "" when empty.
+  // "rsa", "dsa", "ec", "ed25519", "ed448", or "" when empty.
   const char* keyTypeName() const;
   int numBits() const;
   EVP_PKEY* pkey() const;
@@ -51,12 +52,15 @@ class _btPublicKey {
   RsaKeyData* getRsaKey() { return m_rsa.get(); }
   DsaKeyData* getDsaKey() { return m_dsa.get(); }
   EccKey* getEccKey() { return m_ecc.get(); }
+  EdDsaKey* getEdDsaKey() { return m_ed.get(); }
   const RsaKeyData* getRsaKey() const { return m_rsa.get(); }
   const DsaKeyData* getDsaKey() const { return m_dsa.get(); }
   const EccKey* getEccKey() const { return m_ecc.get(); }
+  const EdDsaKey* getEdDsaKey() const { return m_ed.get(); }
 
  private:
   std::unique_ptr<RsaKeyData> m_rsa;
   std::unique_ptr<DsaKeyData> m_dsa;
   std::unique_ptr<EccKey> m_ecc;
+  std::unique_ptr<EdDsaKey> m_ed;
 };

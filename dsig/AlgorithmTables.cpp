@@ -10,11 +10,14 @@ constexpr KeyType kRsa = KeyType::Rsa;
 constexpr KeyType kDsa = KeyType::Dsa;
 constexpr KeyType kEcdsa = KeyType::Ecdsa;
 constexpr KeyType kHmac = KeyType::Hmac;
+constexpr KeyType kEdDsa = KeyType::EdDsa;
 constexpr RsaPadding kPkcs1 = RsaPadding::Pkcs1v15;
 constexpr RsaPadding kPss = RsaPadding::Pss;
 constexpr RsaPadding kNone = RsaPadding::NotRsa;
 
-// Hash identifiers: 1 SHA-1, 2 SHA-384, 3 SHA-512, 5 MD5, 7 SHA-256, 10 RIPEMD-160.
+// Hash identifiers: 1 SHA-1, 2 SHA-384, 3 SHA-512, 5 MD5, 7 SHA-256, 10 RIPEMD-160, 11 SHA-224,
+// 12-15 SHA3-224/256/384/512. EdDSA signs SignedInfo itself, so its rows name no digest (0).
+// RSA-PSS rows give the defaults that an RSAPSSParams element of the method may override.
 constexpr SignatureMethod kSignatureMethods[] = {
     {"http://www.w3.org/2000/09/xmldsig#rsa-sha1", 1, kRsa, kPkcs1},
     {"http://www.w3.org/2001/04/xmldsig-more#rsa-sha256", 7, kRsa, kPkcs1},
@@ -40,6 +43,25 @@ constexpr SignatureMethod kSignatureMethods[] = {
     {"http://www.w3.org/2001/04/xmldsig-more#hmac-sha512", 3, kHmac, kNone},
     {"http://www.w3.org/2001/04/xmldsig-more#hmac-md5", 5, kHmac, kNone},
     {"http://www.w3.org/2001/04/xmldsig-more#hmac-ripemd160", 10, kHmac, kNone},
+    {"http://www.w3.org/2001/04/xmldsig-more#rsa-sha224", 11, kRsa, kPkcs1},
+    {"http://www.w3.org/2007/05/xmldsig-more#sha224-rsa-MGF1", 11, kRsa, kPss},
+    {"http://www.w3.org/2007/05/xmldsig-more#sha3-224-rsa-MGF1", 12, kRsa, kPss},
+    {"http://www.w3.org/2007/05/xmldsig-more#sha3-256-rsa-MGF1", 13, kRsa, kPss},
+    {"http://www.w3.org/2007/05/xmldsig-more#sha3-384-rsa-MGF1", 14, kRsa, kPss},
+    {"http://www.w3.org/2007/05/xmldsig-more#sha3-512-rsa-MGF1", 15, kRsa, kPss},
+    {"http://www.w3.org/2007/05/xmldsig-more#rsa-pss", 7, kRsa, kPss},
+    {"http://www.w3.org/2001/04/xmldsig-more#ecdsa-sha224", 11, kEcdsa, kNone},
+    {"http://www.w3.org/2021/04/xmldsig-more#ecdsa-sha3-224", 12, kEcdsa, kNone},
+    {"http://www.w3.org/2021/04/xmldsig-more#ecdsa-sha3-256", 13, kEcdsa, kNone},
+    {"http://www.w3.org/2021/04/xmldsig-more#ecdsa-sha3-384", 14, kEcdsa, kNone},
+    {"http://www.w3.org/2021/04/xmldsig-more#ecdsa-sha3-512", 15, kEcdsa, kNone},
+    {"http://www.w3.org/2001/04/xmldsig-more#hmac-sha224", 11, kHmac, kNone},
+    {"http://www.w3.org/2021/04/xmldsig-more#hmac-sha3-224", 12, kHmac, kNone},
+    {"http://www.w3.org/2021/04/xmldsig-more#hmac-sha3-256", 13, kHmac, kNone},
+    {"http://www.w3.org/2021/04/xmldsig-more#hmac-sha3-384", 14, kHmac, kNone},
+    {"http://www.w3.org/2021/04/xmldsig-more#hmac-sha3-512", 15, kHmac, kNone},
+    {"http://www.w3.org/2021/04/xmldsig-more#eddsa-ed25519", 0, kEdDsa, kNone},
+    {"http://www.w3.org/2021/04/xmldsig-more#eddsa-ed448", 0, kEdDsa, kNone},
 };
 
 constexpr DigestMethod kDigestMethods[] = {
@@ -50,6 +72,11 @@ constexpr DigestMethod kDigestMethods[] = {
     {"http://www.w3.org/2000/09/xmldsig#sha256", 7},       // variant
     {"http://www.w3.org/2001/04/xmlenc#sha384", 2},        // variant
     {"http://www.w3.org/2001/04/xmldsig-more#sha512", 3},  // variant
+    {"http://www.w3.org/2001/04/xmldsig-more#sha224", 11},
+    {"http://www.w3.org/2007/05/xmldsig-more#sha3-224", 12},
+    {"http://www.w3.org/2007/05/xmldsig-more#sha3-256", 13},
+    {"http://www.w3.org/2007/05/xmldsig-more#sha3-384", 14},
+    {"http://www.w3.org/2007/05/xmldsig-more#sha3-512", 15},
 };
 
 template <typename Row, size_t N>

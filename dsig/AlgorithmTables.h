@@ -9,7 +9,7 @@
 namespace dsig_algorithms {
 
 // Key types of a signature method.
-enum class KeyType { Rsa = 1, Dsa = 2, Ecdsa = 3, Hmac = 4 };
+enum class KeyType { Rsa = 1, Dsa = 2, Ecdsa = 3, Hmac = 4, EdDsa = 5 };
 
 // RSA padding, in the codes the RSA verifier takes. PSS uses MGF1 with the same digest.
 enum class RsaPadding { NotRsa = 0, Pkcs1v15 = 1, Pss = 3 };

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "dsig/SystemCertsHolder.h"
@@ -84,6 +85,9 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   ClsXml* GetKeyInfo();
   ClsPublicKey* GetPublicKey();
   bool SetPublicKey(ClsPublicKey& key);
+  // Makes key a candidate for every signature whose KeyInfo has a KeyName equal to name
+  // (white space at its ends ignored). Replaces an earlier key of the same name.
+  bool AddNamedPublicKey(const XString& name, ClsPublicKey& key);
   bool SetHmacKey(XString& key, XString& encoding);
   bool GetCerts(ClsStringArray& certs);
   bool UseCertVault(ClsXmlCertVault& vault);
@@ -192,6 +196,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   ClsXml* getKeyInfo(LogBase& log);
   bool publicKeyFromKeyInfo(ClsXml* keyInfo, ExtPtrArrayRc& keys, LogBase& log);
   bool getPublicKey(bool bKeyInfoOnly, ExtPtrArrayRc& keys, LogBase& log);
+  // The caller's named keys (AddNamedPublicKey) that a KeyName of the KeyInfo names.
+  void appendNamedKeys(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log);
   ClsPublicKey* getPublicKeyByIssuerNameAndSerial(const char* issuerCN, const char* serialHex, LogBase& log);
   bool getCertByIssuerNameAndSerial(const char* issuerCN, const char* serialHex, StringBuffer& out,
                                     LogBase& log);
@@ -221,6 +227,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   XString m_externalRefDirs;
   ExtPtrArrayRc m_signatures;        // every Signature element, document order
   ExtPtrArrayRc m_publicKeys;        // caller keys by signature index (SetPublicKey)
+  std::vector<std::string> m_keyNames;  // names of m_namedKeys, same order (AddNamedPublicKey)
+  ExtPtrArrayRc m_namedKeys;
   ExtPtrArray m_refExternalData;     // DSigExternalData by signature index
   bool m_constructed = true;         // set at construction; read by nothing
   DataBuffer m_hmacKey;

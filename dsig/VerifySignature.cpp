@@ -12,6 +12,7 @@
 #include "crypto/EccKey.h"
 #include "crypto/KeyData.h"
 #include "crypto/RsaVerifier.h"
+#include "crypto/SignatureCheck.h"
 #include "crypto/_btPublicKey.h"
 #include "crypto/_btHash.h"
 #include "crypto/ClsPublicKey.h"
@@ -254,7 +255,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   }
 
   ExtPtrArrayRc keys;
-  if (keyType >= 1 && keyType <= 3) {
+  if ((keyType >= 1 && keyType <= 3) || keyType == 5) {
     if (!getPublicKey(false, keys, log)) {
       log.LogError("No public key available to verify signature.");
       return false;
@@ -272,65 +273,24 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   }
 
   bool valid = false;
-  if (keyType == 1) {
-    log.LogDataLong("numRsaKeys", keys.getSize());
-    const int padding = static_cast<int>(method->padding);
-    for (int i = 0; i < keys.getSize(); ++i) {
-      auto* key = static_cast<ClsPublicKey*>(keys.elementAt(i));
-      if (!key) continue;
-      const RsaKeyData* rsa = key->getPubKey().getRsaKey();
-      if (!rsa) {
-        log.LogError("Public key is not an RSA key.");
-        continue;
-      }
-      bool keyMismatch = false;
-      valid = false;
-      const bool ran = RsaVerifier::verifyHashExt(signatureBytes.getData2(), signatureBytes.getSize(),
-                                                  signedHash.getData2(), signedHash.getSize(), hashId, padding,
-                                                  hashId, valid, *rsa, 0, true, keyMismatch, log);
-      if (!ran) {
-        valid = false;
-        if (keyMismatch) {
-          log.LogInfo("Not the correct key.");
-        } else {
-          log.LogError("RSA verify hash failed.");
-        }
-        continue;
-      }
-      if (valid) {
-        log.LogInfo("The RSA signature was verified.");
-      } else {
-        log.LogError("RSA verify hash found the signature to be invalid.");
-        log.LogDataHexDb("signedInfoHash", signedHash);
-        log.LogDataSb("canonicalizationMethod", canonAlgorithm);
-        log.LogDataSb("canonicalizedSignedInfo", canonSignedInfo);
-      }
-      break;  // a key that fits decides
+  if (keyType != 4) {
+    sigcheck::Method check;
+    check.kind = static_cast<sigcheck::KeyKind>(keyType);
+    check.hashId = hashId;
+    check.rsaPadding = static_cast<int>(method->padding);
+    sigcheck::Input input;
+    input.signature = signatureBytes.getData2();
+    input.signatureLen = signatureBytes.getSize();
+    input.hash = signedHash.getData2();
+    input.hashLen = signedHash.getSize();
+    input.message = reinterpret_cast<const unsigned char*>(canonSignedInfo.getString());
+    input.messageLen = canonSignedInfo.getSize();
+    valid = sigcheck::findVerifyingKey(keys, check, input, log) >= 0;
+    if (!valid && keyType == 1) {
+      log.LogDataHexDb("signedInfoHash", signedHash);
+      log.LogDataSb("canonicalizationMethod", canonAlgorithm);
+      log.LogDataSb("canonicalizedSignedInfo", canonSignedInfo);
     }
-  } else if (keyType == 2) {
-    log.LogDataLong("numDsaKeys", keys.getSize());
-    for (int i = 0; i < keys.getSize() && !valid; ++i) {
-      auto* key = static_cast<ClsPublicKey*>(keys.elementAt(i));
-      if (!key) return false;
-      const DsaKeyData* dsa = key->getPubKey().getDsaKey();
-      if (!dsa) continue;
-      LogNull discard;
-      DsaVerifier::verifyHash(*dsa, signatureBytes.getData2(), signatureBytes.getSize(), true,
-                              signedHash.getData2(), signedHash.getSize(), valid, discard);
-    }
-    if (keys.getSize() > 0 && !valid) log.LogError("DSA verify hash failed.");
-  } else if (keyType == 3) {
-    log.LogDataLong("numEcdsaKeys", keys.getSize());
-    for (int i = 0; i < keys.getSize() && !valid; ++i) {
-      auto* key = static_cast<ClsPublicKey*>(keys.elementAt(i));
-      if (!key) return false;
-      EccKey* ecc = key->getPubKey().getEccKey();
-      if (!ecc) continue;
-      LogNull discard;
-      ecc->eccVerifyHash(signatureBytes.getData2(), signatureBytes.getSize(), false, signedHash.getData2(),
-                         signedHash.getSize(), valid, discard, 0);
-    }
-    if (keys.getSize() > 0 && !valid) log.LogError("ECDSA verify hash found the signature to be invalid.");
   } else {
     DataBuffer mac;
     if (!Hmac::doHMAC(canonSignedInfo.getString(), canonSignedInfo.getSize(), m_hmacKey.getData2(),

@@ -140,6 +140,26 @@ bool ClsXmlDSig::SetPublicKey(ClsPublicKey& key) {
   return true;
 }
 
+bool ClsXmlDSig::AddNamedPublicKey(const XString& name, ClsPublicKey& key) {
+  OperationFrame frame(*this, "AddNamedPublicKey", false);
+  StringBuffer trimmed(name.getUtf8Sb());
+  trimmed.trim2();
+  if (trimmed.isEmpty()) {
+    m_log.LogError("A key name must not be empty.");
+    return false;
+  }
+  key.incRefCount();
+  for (size_t i = 0; i < m_keyNames.size(); ++i) {
+    if (m_keyNames[i] != trimmed.view()) continue;
+    if (RefCountedObject* previous = m_namedKeys.replaceRefCountedAt(static_cast<int>(i), &key))
+      previous->decRefCount();
+    return true;
+  }
+  m_keyNames.emplace_back(trimmed.view());
+  m_namedKeys.appendRefCounted(&key);
+  return true;
+}
+
 bool ClsXmlDSig::SetHmacKey(XString& key, XString& encoding) {
   OperationFrame frame(*this, "SetHmacKey", false);
   m_hmacKey.secureClear();

@@ -1,6 +1,8 @@
 // Candidate verifying keys of the selected signature: everything its KeyInfo yields, in a
 // fixed order of sources, followed by the key the caller set for that signature.
 #include <memory>
+#include <string>
+#include <string_view>
 
 #include "crypto/BrantelX509.h"
 #include "crypto/CertRecord.h"
@@ -11,6 +13,7 @@
 #include "crypto/SystemCerts.h"
 #include "crypto/_btHash.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/keys/KeyInfoIndirect.h"
 #include "dsig/keys/KeyInfoSources.h"
 #include "support/ClsXml.h"
 #include "support/ContentCoding.h"
@@ -98,50 +101,76 @@ struct KeyValueForm {
   const char* failedMsg;
 };
 
-// Fixed order: RSA, DSA, EC.
+// Fixed order: RSA, DSA, EC (the XML-Signature 1.1 form, then the older one).
 constexpr KeyValueForm kKeyValueForms[] = {
-    {"*:RSAKeyValue", true, "Loaded public key from RSA XML in KeyInfo.", "Failed to parse public key RSA XML"},
-    {"*:DSAKeyValue", false, "Loaded public key from DSA XML in KeyInfo.", "Failed to parse public key DSA XML"},
-    {"*:ECKeyValue", false, "Loaded public key from ECDSA XML in KeyInfo.", "Failed to parse public key ECDSA XML"},
+    {"RSAKeyValue", true, "Loaded public key from RSA XML in KeyInfo.", "Failed to parse public key RSA XML"},
+    {"DSAKeyValue", false, "Loaded public key from DSA XML in KeyInfo.", "Failed to parse public key DSA XML"},
+    {"ECKeyValue", false, "Loaded public key from ECDSA XML in KeyInfo.", "Failed to parse public key ECDSA XML"},
+    {"ECDSAKeyValue", false, "Loaded public key from ECDSA XML in KeyInfo.", "Failed to parse public key ECDSA XML"},
 };
 
-// Literal key values. False when a key object cannot be made or a key value is malformed:
-// that ends the whole resolution.
-bool appendKeyValues(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
-  RcPtr<ClsXml> keyValue(keyInfo.getChildWithTagUtf8("*:KeyValue"));
-  if (!keyValue) return true;
+const KeyValueForm* keyValueForm(std::string_view localName) {
+  for (const KeyValueForm& form : kKeyValueForms)
+    if (localName == form.tag) return &form;
+  return nullptr;
+}
+
+// One key-value element (RSAKeyValue, ...). False when a key object cannot be made or
+// the key value is malformed.
+bool appendKeyValue(ClsXml& element, const KeyValueForm& form, ExtPtrArrayRc& keys, LogBase& log) {
+  RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
+  if (!key) return false;
+  XString xml;
+  element.GetXml(xml);
+  const bool loaded = form.isRsa ? key->LoadXml(xml) : key->loadXml(xml.getUtf8Sb(), log);
+  if (!loaded) {
+    // The RSA loader logs to the key's own log: bring its reason (a refused key) here.
+    const std::string why = form.isRsa ? key->m_log.lastErrorLine() : std::string();
+    if (!why.empty()) log.LogError(why.c_str());
+    log.LogError(form.failedMsg);
+    return false;
+  }
+  log.LogInfo(form.loadedMsg);
+  keys.appendRefCounted(key.release());
+  return true;
+}
+
+// The key values of a KeyValue element. False when a key value is malformed: that ends
+// the whole resolution.
+bool appendKeyValueContent(ClsXml& keyValue, ExtPtrArrayRc& keys, LogBase& log) {
   for (const KeyValueForm& form : kKeyValueForms) {
-    RcPtr<ClsXml> element(keyValue->getChildWithTagUtf8(form.tag));
-    if (!element) continue;
-    RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
-    if (!key) return false;
-    XString xml;
-    element->GetXml(xml);
-    const bool loaded = form.isRsa ? key->LoadXml(xml) : key->loadXml(xml.getUtf8Sb(), log);
-    if (!loaded) {
-      // The RSA loader logs to the key's own log: bring its reason (a refused key) here.
-      const std::string why = form.isRsa ? key->m_log.lastErrorLine() : std::string();
-      if (!why.empty()) log.LogError(why.c_str());
-      log.LogError(form.failedMsg);
-      return false;
-    }
-    log.LogInfo(form.loadedMsg);
-    keys.appendRefCounted(key.release());
+    const std::string tag = std::string("*:") + form.tag;
+    RcPtr<ClsXml> element(keyValue.getChildWithTagUtf8(tag.c_str()));
+    if (element && !appendKeyValue(*element, form, keys, log)) return false;
   }
   return true;
 }
 
-void appendEmbeddedCerts(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys,
+bool appendKeyValues(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
+  RcPtr<ClsXml> keyValue(keyInfo.getChildWithTagUtf8("*:KeyValue"));
+  return !keyValue || appendKeyValueContent(*keyValue, keys, log);
+}
+
+void appendX509DataCerts(ClsXmlDSig& dsig, ClsXml& x509Data, StringHashSet& seen, ExtPtrArrayRc& keys,
                          LogBase& log) {
-  RcPtr<ClsXml> x509Data(keyInfo.findChild("*:X509Data"));
-  if (!x509Data) return;
-  const int n = x509Data->numChildrenHavingTagUtf8("*:X509Certificate", log);
+  const int n = x509Data.numChildrenHavingTagUtf8("*:X509Certificate", log);
   log.LogDataLong("numX509Certificates", n);
   for (int i = 0; i < n; ++i) {
-    x509Data->put_I(i);
+    x509Data.put_I(i);
     StringBuffer certText;
-    if (!x509Data->getChildContentUtf8("*:X509Certificate[i]", certText, false) || certText.isEmpty()) continue;
+    if (!x509Data.getChildContentUtf8("*:X509Certificate[i]", certText, false) || certText.isEmpty()) continue;
     if (ClsPublicKey* key = dsig.publicKeyFromCertBase64(certText, seen, log)) keys.appendRefCounted(key);
+  }
+}
+
+// The certificates of every X509Data of the KeyInfo, in document order.
+void appendEmbeddedCerts(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys,
+                         LogBase& log) {
+  LogNull quiet;
+  for (int d = 0;; ++d) {
+    RcPtr<ClsXml> x509Data(keyInfo.getNthChildWithTagUtf8("*:X509Data", d, quiet));
+    if (!x509Data) return;
+    appendX509DataCerts(dsig, *x509Data, seen, keys, log);
   }
 }
 
@@ -260,6 +289,102 @@ bool appendSecurityTokenKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& s
   return appendThumbprintTokenKey(dsig, *tokenRef, seen, keys, log);
 }
 
+// Every key the KeyInfo's own content yields (not following references). False when a
+// key value is malformed or a security token reference cannot be resolved.
+bool appendDirectKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys, LogBase& log) {
+  if (!appendKeyValues(keyInfo, keys, log)) return false;
+  keyinfo::appendDerEncodedKeys(keyInfo, keys, log);
+  appendEmbeddedCerts(dsig, keyInfo, seen, keys, log);
+
+  StringBuffer issuerCN;
+  StringBuffer serialHex;
+  if (keyinfo::issuerSerialToLookUp(keyInfo, seen, issuerCN, serialHex, log)) {
+    if (ClsPublicKey* key = dsig.getPublicKeyByIssuerNameAndSerial(issuerCN.getString(), serialHex.getString(), log))
+      keys.appendRefCounted(key);
+  }
+
+  StringBuffer subjectDn;
+  if (keyinfo::subjectNameToLookUp(keyInfo, seen, subjectDn, log)) {
+    if (ClsPublicKey* key = dsig.getPublicKeyBySubjectName(subjectDn.getString(), log)) keys.appendRefCounted(key);
+  }
+
+  StringBuffer ski;
+  if (keyInfo.getChildContentUtf8("*:X509Data|*:X509SKI", ski, false) && !ski.isEmpty()) {
+    if (ClsPublicKey* key = dsig.getPublicKeyBySKI(ski.getString(), log)) keys.appendRefCounted(key);
+  }
+  keyinfo::appendX509DigestKeys(dsig, keyInfo, keys, log);
+
+  return appendSecurityTokenKeys(dsig, keyInfo, seen, keys, log);
+}
+
+// The keys of an element a KeyInfoReference or RetrievalMethod names. Its own
+// references are not followed, so references cannot chain or loop.
+void appendRetrievedKeys(ClsXmlDSig& dsig, ClsXml& target, StringHashSet& seen, ExtPtrArrayRc& keys, LogBase& log) {
+  const std::string_view name = target.localNameView();
+  if (name == "KeyInfo") {
+    appendDirectKeys(dsig, target, seen, keys, log);
+  } else if (name == "KeyValue") {
+    appendKeyValueContent(target, keys, log);
+  } else if (name == "X509Data") {
+    appendX509DataCerts(dsig, target, seen, keys, log);
+  } else if (const KeyValueForm* form = keyValueForm(name)) {
+    appendKeyValue(target, *form, keys, log);
+  } else {
+    log.LogError("The referenced element holds no key.");
+    log.LogDataStr("element", std::string(name).c_str());
+  }
+}
+
+// Whether a RetrievalMethod Type names the kind of element found ("...#X509Data" for an
+// X509Data element). Without a Type the element itself says what it is.
+bool retrievalTypeFits(const StringBuffer& type, std::string_view localName) {
+  if (type.isEmpty()) return true;
+  static const char* const kNamespaces[] = {"http://www.w3.org/2000/09/xmldsig#", "http://www.w3.org/2009/xmldsig11#"};
+  for (const char* ns : kNamespaces)
+    if (type.view() == std::string(ns) + std::string(localName)) return true;
+  return false;
+}
+
+// KeyInfoReference (to a KeyInfo) and RetrievalMethod (to KeyInfo content) within the
+// document. Nothing is fetched from elsewhere, and a RetrievalMethod with transforms is
+// not followed.
+void appendReferencedKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys,
+                          LogBase& log) {
+  if (!dsig.m_xmlRoot) return;
+  LogNull quiet;
+  StringBuffer uri, type;
+  for (int i = 0;; ++i) {
+    RcPtr<ClsXml> reference(keyInfo.getNthChildWithTagUtf8("*:KeyInfoReference", i, quiet));
+    if (!reference) break;
+    uri.clear();
+    reference->getAttrValue("URI", uri);
+    RcPtr<ClsXml> target(keyinfo::sameDocumentElement(*dsig.m_xmlRoot, uri.getString()));
+    if (!target || target->localNameView() != "KeyInfo") {
+      log.LogError("KeyInfoReference does not name a KeyInfo of this document.");
+      log.LogDataSb("uri", uri);
+      continue;
+    }
+    appendRetrievedKeys(dsig, *target, seen, keys, log);
+  }
+  for (int i = 0;; ++i) {
+    RcPtr<ClsXml> method(keyInfo.getNthChildWithTagUtf8("*:RetrievalMethod", i, quiet));
+    if (!method) break;
+    uri.clear();
+    type.clear();
+    method->getAttrValue("URI", uri);
+    method->getAttrValue("Type", type);
+    RcPtr<ClsXml> transforms(method->getChildWithTagUtf8("*:Transforms"));
+    RcPtr<ClsXml> target(transforms ? nullptr : keyinfo::sameDocumentElement(*dsig.m_xmlRoot, uri.getString()));
+    if (!target || !retrievalTypeFits(type, target->localNameView())) {
+      log.LogError("Unsupported RetrievalMethod: only an untransformed reference to key content of this document is followed.");
+      log.LogDataSb("uri", uri);
+      log.LogDataSb("type", type);
+      continue;
+    }
+    appendRetrievedKeys(dsig, *target, seen, keys, log);
+  }
+}
+
 }  // namespace
 
 ClsXml* ClsXmlDSig::getKeyInfo(LogBase& log) {
@@ -285,28 +410,30 @@ bool ClsXmlDSig::publicKeyFromKeyInfo(ClsXml* keyInfo, ExtPtrArrayRc& keys, LogB
   LogContextExitor ctx(log, "publicKeyFromKeyInfo");
   if (!keyInfo) return false;
   StringHashSet seen(keyinfo::kSeenCertsCapacity);
+  if (!appendDirectKeys(*this, *keyInfo, seen, keys, log)) return false;
+  appendReferencedKeys(*this, *keyInfo, seen, keys, log);
+  return true;
+}
 
-  if (!appendKeyValues(*keyInfo, keys, log)) return false;
-  appendEmbeddedCerts(*this, *keyInfo, seen, keys, log);
-
-  StringBuffer issuerCN;
-  StringBuffer serialHex;
-  if (keyinfo::issuerSerialToLookUp(*keyInfo, seen, issuerCN, serialHex, log)) {
-    if (ClsPublicKey* key = getPublicKeyByIssuerNameAndSerial(issuerCN.getString(), serialHex.getString(), log))
+void ClsXmlDSig::appendNamedKeys(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
+  if (m_keyNames.empty()) return;
+  LogNull quiet;
+  StringBuffer name;
+  for (int i = 0;; ++i) {
+    RcPtr<ClsXml> keyName(keyInfo.getNthChildWithTagUtf8("*:KeyName", i, quiet));
+    if (!keyName) return;
+    name.clear();
+    keyName->getContentSb(name);
+    name.trim2();
+    for (size_t k = 0; k < m_keyNames.size(); ++k) {
+      if (m_keyNames[k] != name.view()) continue;
+      RefCountedObject* key = m_namedKeys.elementAt(static_cast<int>(k));
+      if (!key) continue;
+      key->incRefCount();
       keys.appendRefCounted(key);
+      log.LogDataSb("keyFromKeyName", name);
+    }
   }
-
-  StringBuffer subjectDn;
-  if (keyinfo::subjectNameToLookUp(*keyInfo, seen, subjectDn, log)) {
-    if (ClsPublicKey* key = getPublicKeyBySubjectName(subjectDn.getString(), log)) keys.appendRefCounted(key);
-  }
-
-  StringBuffer ski;
-  if (keyInfo->getChildContentUtf8("*:X509Data|*:X509SKI", ski, false) && !ski.isEmpty()) {
-    if (ClsPublicKey* key = getPublicKeyBySKI(ski.getString(), log)) keys.appendRefCounted(key);
-  }
-
-  return appendSecurityTokenKeys(*this, *keyInfo, seen, keys, log);
 }
 
 bool ClsXmlDSig::getPublicKey(bool bKeyInfoOnly, ExtPtrArrayRc& keys, LogBase& log) {
@@ -315,6 +442,7 @@ bool ClsXmlDSig::getPublicKey(bool bKeyInfoOnly, ExtPtrArrayRc& keys, LogBase& l
 
   if (ClsXml* keyInfo = getKeyInfo(log)) {
     publicKeyFromKeyInfo(keyInfo, keys, log);
+    if (!bKeyInfoOnly) appendNamedKeys(*keyInfo, keys, log);
     if (log.m_verboseLogging) log.LogDataLong("numPublicKeys", keys.getSize());
     keyInfo->decRefCount();
   }

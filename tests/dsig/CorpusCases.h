@@ -33,6 +33,7 @@ struct Case {
   std::string family;
   std::string needs;  // families: what the case needs from the caller
   std::string expected;  // pass, fail, unsure
+  std::string cryptoValid;  // yes, no, unknown: whether the signature is intact
 };
 
 inline std::vector<std::string> split(const std::string& text, char sep, bool dropEmpty) {
@@ -71,6 +72,7 @@ inline std::vector<Case> readManifest(const std::string& name) {
     c.family = row["family"];
     c.needs = row["needs"];
     c.expected = row["verdict_expected"];
+    c.cryptoValid = row["crypto_valid"];
     if (!c.id.empty()) cases.push_back(c);
   }
   return cases;

@@ -53,7 +53,7 @@ std::vector<UriCase> readCases() {
 
 std::string describe(const alg::SignatureMethod *m) {
   if (!m) return "refused";
-  static const char *const keyTypes[] = {"", "rsa", "dsa", "ecdsa", "hmac"};
+  static const char *const keyTypes[] = {"", "rsa", "dsa", "ecdsa", "hmac", "eddsa"};
   const char *padding = m->padding == alg::RsaPadding::Pss        ? "pss"
                         : m->padding == alg::RsaPadding::Pkcs1v15 ? "pkcs1"
                                                                   : "-";
