@@ -19,6 +19,7 @@
 #include "dsig/AlgorithmTables.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/DocumentFamilyMarkers.h"
+#include "dsig/RsaPssParams.h"
 #include "dsig/reference/DSigReference.h"
 #include "dsig/transform/TransformAlgorithms.h"
 #include "support/ClsXml.h"
@@ -240,7 +241,13 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     logSuccessFailure2(false, log);
     return false;
   }
-  const int hashId = method->hashId;
+  rsapss::Params pss;
+  if (method->padding == dsig_algorithms::RsaPadding::Pss &&
+      !rsapss::readParams(*signature, method->uri, method->hashId, pss, log)) {
+    logSuccessFailure2(false, log);
+    return false;
+  }
+  const int hashId = method->padding == dsig_algorithms::RsaPadding::Pss ? pss.hashId : method->hashId;
   const int keyType = static_cast<int>(method->keyType);
 
   DataBuffer signedHash;
@@ -278,6 +285,8 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     check.kind = static_cast<sigcheck::KeyKind>(keyType);
     check.hashId = hashId;
     check.rsaPadding = static_cast<int>(method->padding);
+    check.mgfHashId = pss.mgfHashId;
+    check.saltLength = pss.saltLength;
     sigcheck::Input input;
     input.signature = signatureBytes.getData2();
     input.signatureLen = signatureBytes.getSize();

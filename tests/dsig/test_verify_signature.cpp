@@ -143,7 +143,7 @@ TEST(VerifySignature, RsaPaddingFollowsTheSignatureMethod) {
     auto d = loaded(fixtures().text(c.file));
     supplyKey(*d, fixtures().path("rsa-pub.pem"));
     EXPECT_EQ(d->VerifySignature(true), c.valid) << d->lastErrorText();
-    EXPECT_EQ(logprobe::value(d->m_log, "numRsaKeys"), "1");
+    EXPECT_EQ(logprobe::value(d->m_log, "numCandidateKeys"), "1");
     if (!c.valid) {
       EXPECT_EQ(d->lastErrorLine(), "RSA verify hash found the signature to be invalid.");
     }
@@ -154,22 +154,30 @@ TEST(VerifySignature, RsaPaddingFollowsTheSignatureMethod) {
   EXPECT_EQ(logprobe::value(pss->m_log, "SignatureMethod"), "http://www.w3.org/2007/05/xmldsig-more#sha256-rsa-MGF1");
 }
 
-TEST(VerifySignature, KeysAreTriedUntilOneFitsTheSignature) {
+TEST(VerifySignature, EveryCandidateKeyIsTriedUntilOneVerifies) {
   REQUIRE_FIXTURES();
   // A 1024-bit key from KeyInfo does not fit a 2048-bit signature; the caller's key follows.
   auto d = loaded(pkcs1WithCerts({"small-cert.pem"}));
   supplyKey(*d, fixtures().path("rsa-pub.pem"));
   EXPECT_TRUE(d->VerifySignature(true)) << d->lastErrorText();
-  EXPECT_EQ(logprobe::value(d->m_log, "numRsaKeys"), "2");
+  EXPECT_EQ(logprobe::value(d->m_log, "numCandidateKeys"), "2");
+  EXPECT_EQ(logprobe::value(d->m_log, "verifyingKeyIndex"), "1");
   const std::vector<std::string> seen = logprobe::lines(d->m_log);
   const int mismatch = indexOf(seen, "Not the correct key.");
   ASSERT_GE(mismatch, 0);
   EXPECT_GT(indexOf(seen, "The RSA signature was verified."), mismatch);
 
-  // A key of the right size that does not verify decides: the right key after it is not tried.
-  auto wrong = loaded(pkcs1WithCerts({"other-cert.pem", "cert.pem"}));
+  // A key of the right size that does not verify (a CA certificate listed before the
+  // signer's) does not end the search: the right key after it verifies.
+  auto caFirst = loaded(pkcs1WithCerts({"other-cert.pem", "cert.pem"}));
+  EXPECT_TRUE(caFirst->VerifySignature(true)) << caFirst->lastErrorText();
+  EXPECT_EQ(logprobe::value(caFirst->m_log, "verifyingKeyIndex"), "1");
+
+  // Keys of the right size that all fail: the signature is invalid, with what was hashed.
+  auto wrong = loaded(pkcs1WithCerts({"other-cert.pem", "small-cert.pem"}));
   EXPECT_FALSE(wrong->VerifySignature(true));
-  EXPECT_EQ(logprobe::value(wrong->m_log, "numRsaKeys"), "2");
+  EXPECT_EQ(logprobe::value(wrong->m_log, "numCandidateKeys"), "2");
+  EXPECT_EQ(logprobe::value(wrong->m_log, "verifyingKeyIndex"), "<absent>");
   EXPECT_TRUE(logprobe::hasError(wrong->m_log, "RSA verify hash found the signature to be invalid."));
   EXPECT_EQ(logprobe::find(wrong->m_log.entries(), "The RSA signature was verified."), nullptr);
   EXPECT_EQ(logprobe::value(wrong->m_log, "canonicalizationMethod"),
@@ -178,7 +186,9 @@ TEST(VerifySignature, KeysAreTriedUntilOneFitsTheSignature) {
   EXPECT_EQ(logprobe::value(wrong->m_log, "canonicalizedSignedInfo").rfind("<SignedInfo xmlns=", 0), 0u);
 
   // The right key first verifies.
-  EXPECT_TRUE(loaded(pkcs1WithCerts({"cert.pem", "other-cert.pem"}))->VerifySignature(true));
+  auto rightFirst = loaded(pkcs1WithCerts({"cert.pem", "other-cert.pem"}));
+  EXPECT_TRUE(rightFirst->VerifySignature(true));
+  EXPECT_EQ(logprobe::value(rightFirst->m_log, "verifyingKeyIndex"), "0");
 
   auto none = loaded(fixtures().text("pkcs1.xml"));
   EXPECT_FALSE(none->VerifySignature(true));
@@ -222,7 +232,7 @@ TEST(VerifySignature, ZatcaInvoiceIsSignedOverTheHashOfItsInvoiceHash) {
   EXPECT_TRUE(d->VerifySignature(true)) << d->lastErrorText();
   EXPECT_NE(logprobe::find(d->m_log.entries(), "Will validate according to ZATCA rules..."), nullptr);
   EXPECT_EQ(logprobe::value(d->m_log, "signedInfo"), "<absent>");
-  EXPECT_EQ(logprobe::value(d->m_log, "numEcdsaKeys"), "1");
+  EXPECT_EQ(logprobe::value(d->m_log, "numCandidateKeys"), "1");
 
   // SignedInfo itself is not what is signed: changing the second reference's digest leaves the
   // signature value valid, changing the invoice hash (the first digest) does not.
@@ -245,11 +255,11 @@ TEST(VerifySignature, DsaAndEcdsaFromTheCorpus) {
     const char* invalidLine;
   };
   for (const Case& c :
-       {Case{"aleksey-xmldsig-01/enveloped-sha1-dsa-sha1.xml", "keys/dsa/dsa-1024-pubkey.crt", "numDsaKeys",
+       {Case{"aleksey-xmldsig-01/enveloped-sha1-dsa-sha1.xml", "keys/dsa/dsa-1024-pubkey.crt", "numCandidateKeys",
              "DSA verify hash failed."},
-        Case{"xmldsig11-interop-2012/signature-enveloping-p256_sha256.xml", "", "numEcdsaKeys",
+        Case{"xmldsig11-interop-2012/signature-enveloping-p256_sha256.xml", "", "numCandidateKeys",
              "ECDSA verify hash found the signature to be invalid."},
-        Case{"xmldsig11-interop-2012/signature-enveloping-p384_sha384.xml", "", "numEcdsaKeys",
+        Case{"xmldsig11-interop-2012/signature-enveloping-p384_sha384.xml", "", "numCandidateKeys",
              "ECDSA verify hash found the signature to be invalid."}}) {
     SCOPED_TRACE(c.file);
     const std::string xml = readFile(corpus + c.file);
