@@ -58,6 +58,11 @@ TEST(Digests, KnownAnswersForEveryIdentifier) {
                  "454d4423643ce80e2a9ac94fa54ca49f"},
       {5, "abc", "900150983cd24fb0d6963f7d28e17f72"}, {10, "abc", "8eb208f7e05d987a9b044a8e98c6b087f15a0bfc"},
       {7, "abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+      {11, "abc", "23097d223405d8228642a477bda255b32aadbce4bda0b3f7e36c9da7"},
+      {12, "abc", "e642824c3f8cf24ad09234ee7d3c766fc9a3a5168d0c94ad73b46fdf"},
+      {13, "abc", "3a985da74fe225b2045c172d6bd390bd855f086e3e9d525b46bfe24511431532"},
+      {14, "abc", "ec01498288516fc926459f58e2c6ad8df9b473cb0fc08c2596da7cf0e49be4b298d88cea927ac7f539f1edf228376d25"},
+      {15, "abc", "b751850b1a57168a5693cd924b6b096e08f621827444f70d884f5d0240d2712e10e116e9192af3c91a7ec57647e3934057340b4cf408d5a56592f8274eec53f0"},
       {4, "", "8350e5a3e24c153df2275c9f80692773"}, {4, "a", "32ec01ec4a6dac72c0ab96fb34c0b5d1"},
       {4, "abc", "da853b0d3f88d99b30283a69e6ded6bb"}, {4, "message digest", "ab4f496bfb2a530b219ff33031fe06b0"},
       {4, "abcdefghijklmnopqrstuvwxyz", "4e8ddff3650292ab5a4108c3aa47940b"},
@@ -82,7 +87,7 @@ TEST(Digests, KnownAnswersForEveryIdentifier) {
     EXPECT_EQ(hex(DataBuffer(out, sizeof(out))), c.hex) << c.data.substr(0, 20);
   }
 
-  for (int id : {0, 6, 8, 11, -1}) {
+  for (int id : {0, 6, 8, 16, -1}) {
     DataBuffer out("x", 1);
     EXPECT_FALSE(_btHash::doHash("abc", 3, id, out)) << id;
     EXPECT_TRUE(out.isEmpty()) << id;
@@ -90,7 +95,8 @@ TEST(Digests, KnownAnswersForEveryIdentifier) {
   const struct { const char* oid; int id; } oids[] = {
       {"1.3.14.3.2.26", 1}, {"2.16.840.1.101.3.4.2.1", 7}, {"2.16.840.1.101.3.4.2.2", 2},
       {"2.16.840.1.101.3.4.2.3", 3}, {"1.2.840.113549.2.2", 4}, {"1.2.840.113549.2.5", 5},
-      {"1.3.36.3.2.2", 9}, {"1.3.36.3.2.1", 10}, {"2.16.840.1.101.3.4.2.4", 0}};  // SHA-224: none
+      {"1.3.36.3.2.2", 9}, {"1.3.36.3.2.1", 10}, {"2.16.840.1.101.3.4.2.4", 11},
+      {"2.16.840.1.101.3.4.2.10", 15}, {"2.16.840.1.101.3.4.2.11", 0}};  // SHAKE128: none
   for (const auto& o : oids) EXPECT_EQ(_btHash::oidToHashAlg(o.oid), o.id) << o.oid;
   EXPECT_EQ(_btHash::oidToHashAlg(nullptr), 0);
 }
