@@ -148,6 +148,20 @@ TEST(VerifySignature, RsaPaddingFollowsTheSignatureMethod) {
       EXPECT_EQ(d->lastErrorLine(), "RSA verify hash found the signature to be invalid.");
     }
   }
+  // rsa-pss with RSAPSSParams: the digest, MGF1 digest and salt length are the signer's,
+  // and a value made with other ones does not verify; only trailer field 1 exists.
+  for (const Case& c : {Case{"pss-params.xml", true}, Case{"pss-params-other-salt.xml", false},
+                        Case{"pss-params-other-mgf.xml", false}, Case{"pss-params-trailer2.xml", false}}) {
+    SCOPED_TRACE(c.file);
+    auto d = loaded(fixtures().text(c.file));
+    supplyKey(*d, fixtures().path("rsa-pub.pem"));
+    EXPECT_EQ(d->VerifySignature(true), c.valid) << d->lastErrorText();
+  }
+  auto trailer = loaded(fixtures().text("pss-params-trailer2.xml"));
+  supplyKey(*trailer, fixtures().path("rsa-pub.pem"));
+  EXPECT_FALSE(trailer->VerifySignature(true));
+  EXPECT_TRUE(logprobe::hasError(trailer->m_log, "Unsupported RSAPSSParams TrailerField (only 1 is defined for RSA-PSS)."));
+
   auto pss = loaded(fixtures().text("pss.xml"));
   supplyKey(*pss, fixtures().path("cert.pem"));
   EXPECT_TRUE(pss->VerifySignature(true));

@@ -12,6 +12,11 @@
 #   pss.xml          as pkcs1.xml with sha256-rsa-MGF1, re-signed with PSS by openssl
 #   pss-as-pkcs1.xml     SignatureMethod rsa-sha256 but a PSS signature value
 #   pkcs1-as-pss.xml     SignatureMethod sha256-rsa-MGF1 but a PKCS#1 v1.5 signature value
+#   pss-params.xml   as pkcs1.xml with rsa-pss and RSAPSSParams (SHA-256, MGF1 with SHA-1,
+#                    salt 20, trailer 1), re-signed with those parameters
+#   pss-params-other-salt.xml, pss-params-other-mgf.xml   the same SignedInfo signed with
+#                    salt 32, or with MGF1-SHA-256: values that do not match the parameters
+#   pss-params-trailer2.xml  RSAPSSParams with TrailerField 2, signed as pss-params.xml
 #   unknown-c14n.xml as pkcs1.xml with an unknown CanonicalizationMethod, re-signed (inclusive)
 #   hmac.xml         enveloped, hmac-sha256 with the secret
 #   hmac-truncated.xml   as hmac.xml with HMACOutputLength 128
@@ -120,6 +125,23 @@ pss_si=$(signed_info "$C14N" "$PSS256" "$digest")
 variant pss.xml "$pss_si" "${pss_opts[@]}"
 variant pss-as-pkcs1.xml "$base" "${pss_opts[@]}"
 variant pkcs1-as-pss.xml "$pss_si"
+MORE07=http://www.w3.org/2007/05/xmldsig-more#
+pss_params() {  # $1 = SaltLength, $2 = TrailerField
+  printf '<pss:RSAPSSParams xmlns:pss="%s"><DigestMethod Algorithm="%s"></DigestMethod><pss:MaskGenerationFunction Algorithm="%sMGF1"><DigestMethod Algorithm="%s"></DigestMethod></pss:MaskGenerationFunction><pss:SaltLength>%s</pss:SaltLength><pss:TrailerField>%s</pss:TrailerField></pss:RSAPSSParams>' \
+    "$MORE07" "$SHA256" "$MORE07" "${DS}sha1" "$1" "$2"
+}
+with_params() {  # $1 = SaltLength, $2 = TrailerField: the rsa-pss SignedInfo with those parameters
+  local si
+  si=$(signed_info "$C14N" "${MORE07}rsa-pss" "$digest")
+  printf '%s' "${si/<\/SignatureMethod>/$(pss_params "$1" "$2")<\/SignatureMethod>}"
+}
+salt20_mgf1=(-sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:20 -sigopt rsa_mgf1_md:sha1)
+variant pss-params.xml "$(with_params 20 1)" "${salt20_mgf1[@]}"
+variant pss-params-other-salt.xml "$(with_params 20 1)" -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:32 \
+  -sigopt rsa_mgf1_md:sha1
+variant pss-params-other-mgf.xml "$(with_params 20 1)" -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:20 \
+  -sigopt rsa_mgf1_md:sha256
+variant pss-params-trailer2.xml "$(with_params 20 2)" "${salt20_mgf1[@]}"
 variant unknown-c14n.xml "$(signed_info "urn:example:unknown-c14n" "$RSA256" "$digest")"
 
 # ---- HMAC, full length and truncated ----
