@@ -22,6 +22,9 @@ const OptionSpec kOptExternalDir{"external-dir", '\0', true, true, "DIR",
 const OptionSpec kOptIgnoreExternal{"ignore-external", '\0', false, false, "",
                                     "Do not count external references whose data is not available as "
                                     "failures."};
+const OptionSpec kOptLimit{"limit", '\0', true, true, "NAME=N",
+                           "Set a work limit of one verification: references (default 100000), transforms "
+                           "(per reference, default 100) or canonical-bytes (default 33554432); may be repeated."};
 
 void configureVerifier(ClsXmlDSig& dsig, const VerifyRequest& req) {
   if (req.verbose) dsig.put_VerboseLogging(true);
@@ -47,6 +50,9 @@ std::unique_ptr<ClsXmlDSig> loadVerifier(const VerifyRequest& req, const std::st
   for (const std::string& dir : req.externalDirs) dirs += dir + ";";
   dsig->put_ExternalRefDirs(XString(dirs.c_str()));
   dsig->put_IgnoreExternalRefs(req.ignoreExternal);
+  if (req.maxReferences > 0) dsig->put_MaxReferences(req.maxReferences);
+  if (req.maxTransforms > 0) dsig->put_MaxTransforms(req.maxTransforms);
+  if (req.maxCanonicalBytes > 0) dsig->put_MaxCanonicalBytes(req.maxCanonicalBytes);
   if (!dsig->LoadSignatureBd(*data)) {
     // Loading fails only where the text is not XML the parser accepts; its message
     // says where (line and column).

@@ -17,6 +17,7 @@ extern const OptionSpec kOptSignatureId;
 extern const OptionSpec kOptRefData;
 extern const OptionSpec kOptExternalDir;
 extern const OptionSpec kOptIgnoreExternal;
+extern const OptionSpec kOptLimit;
 
 // Applies the settings every command shares to a verifier: verbose logging and the
 // uncommon-option keywords.

@@ -41,6 +41,29 @@ bool applyRefData(VerifyRequest& r, const Values& v, std::string& error) {
   return true;
 }
 
+bool applyLimits(VerifyRequest& r, const Values& v, std::string& error) {
+  for (const std::string& pair : v) {
+    const size_t eq = pair.find('=');
+    const std::string name = pair.substr(0, eq);
+    long n = 0;
+    if (eq == std::string::npos || !parseIndex(pair.substr(eq + 1), (1L << 31) - 1, n) || n == 0) {
+      error = "--limit expects NAME=N with N from 1, not '" + pair + "'";
+      return false;
+    }
+    if (name == "references") {
+      r.maxReferences = static_cast<int>(n);
+    } else if (name == "transforms") {
+      r.maxTransforms = static_cast<int>(n);
+    } else if (name == "canonical-bytes") {
+      r.maxCanonicalBytes = n;
+    } else {
+      error = "--limit knows references, transforms and canonical-bytes, not '" + name + "'";
+      return false;
+    }
+  }
+  return true;
+}
+
 struct Row {
   const char* option;  // long name of the OptionSpec
   Apply apply;
@@ -60,6 +83,7 @@ const Row kRows[] = {
     {"ref-data", applyRefData},
     {"external-dir", [](VerifyRequest& r, const Values& v, std::string&) { r.externalDirs = v; return true; }},
     {"ignore-external", [](VerifyRequest& r, const Values&, std::string&) { r.ignoreExternal = true; return true; }},
+    {"limit", applyLimits},
     {"option", [](VerifyRequest& r, const Values& v, std::string& e) { return normalizeKeywords(v, r.options, e); }},
     {"verbose", [](VerifyRequest& r, const Values&, std::string&) { r.verbose = true; return true; }},
     {"log", [](VerifyRequest& r, const Values&, std::string&) { r.log = true; return true; }},

@@ -31,6 +31,11 @@ struct VerifyRequest {
   std::vector<std::string> externalDirs;
   bool ignoreExternal = false;
 
+  // Work limits (--limit NAME=N); 0 keeps the verifier's default.
+  int maxReferences = 0;
+  int maxTransforms = 0;
+  long long maxCanonicalBytes = 0;
+
   std::vector<std::string> options;  // uncommon-option keywords, as given
   bool verbose = false;
   bool log = false;  // keep the verifier's log of each document

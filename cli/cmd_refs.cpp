@@ -171,7 +171,7 @@ const CommandSpec& refsSpec() {
       "refs",
       "check the reference digests of signatures",
       "[--selector N | --signature-id ID] [--ref-data INDEX=FILE]... [--external-dir DIR]... "
-      "[--ignore-external] [--option KEYWORD]... [--json] [--log] [--verbose] [-j N] [-o FILE] FILE...",
+      "[--ignore-external] [--limit NAME=N]... [--option KEYWORD]... [--json] [--log] [--verbose] [-j N] [-o FILE] FILE...",
       "For each FILE, checks the digest of every Reference of one signature (the first, or "
       "the one chosen with --selector or --signature-id) exactly as signature verification "
       "does, with the same document-family rules and retries, but does not verify the "
@@ -184,7 +184,7 @@ const CommandSpec& refsSpec() {
       "References that point outside the document need their data: give it with --ref-data "
       "INDEX=FILE, or name directories to look in for a file of the URI's name with "
       "--external-dir.",
-      {kOptSelector, kOptSignatureId, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptUncommon, kOptJson,
+      {kOptSelector, kOptSignatureId, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon, kOptJson,
        kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
       "0  every reference of every FILE is valid (or skipped with --ignore-external)\n"
       "1  a reference digest is not valid\n"

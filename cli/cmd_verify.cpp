@@ -56,7 +56,7 @@ const CommandSpec& verifySpec() {
       "verify XML signatures (reference digests and signature value)",
       "[--selector N | --signature-id ID | --all] [--no-references | --references-only] [--key FILE] "
       "[--hmac-key TEXT [--hmac-encoding ENC]] [--cert FILE]... [--cert-dir DIR]... [--ref-data INDEX=FILE]... "
-      "[--external-dir DIR]... [--ignore-external] [--option KEYWORD]... [--json] [--log] [--verbose] [-j N] "
+      "[--external-dir DIR]... [--ignore-external] [--limit NAME=N]... [--option KEYWORD]... [--json] [--log] [--verbose] [-j N] "
       "[-o FILE] FILE...",
       "For each FILE (\"-\" reads standard input), verifies one signature (the first, or the one "
       "chosen with --selector or --signature-id), or every signature with --all: the digest of every "
@@ -98,7 +98,7 @@ const CommandSpec& verifySpec() {
       "--option MYINVOIS; the other families (Chilean SII, Mexican DODA, Polish and Italian health "
       "documents, HL7, SK-XML, SWIFT SAA, ebXML, EBICS, CMA STP) are recognised from the document.",
       {kOptSelector, kOptSignatureId, kOptAll, kOptNoReferences, kOptReferencesOnly, kOptKey, kOptHmacKey,
-       kOptHmacEncoding, kOptCert, kOptCertDir, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptUncommon,
+       kOptHmacEncoding, kOptCert, kOptCertDir, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon,
        kOptJson, kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
       "0  every verified signature is valid\n"
       "1  a signature is not valid\n"

@@ -248,6 +248,7 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   PipelineText m_pipelineText;
   int32_t m_maxReferences = 100000;
   int32_t m_maxTransforms = 100;
-  int64_t m_maxCanonicalBytes = 64LL * 1024 * 1024;
+  int64_t m_maxCanonicalBytes = 32LL * 1024 * 1024;
   int64_t m_canonicalBytesUsed = 0;  // by the verification under way
+  std::string m_limitExceeded;       // the message of the last limit exceeded
 };

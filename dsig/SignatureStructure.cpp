@@ -219,9 +219,9 @@ bool ClsXmlDSig::locateSignature(XmlSigLocate& locator, const StringBuffer& sign
 bool ClsXmlDSig::chargeCanonicalBytes(size_t bytes, LogBase& log) {
   m_canonicalBytesUsed += static_cast<int64_t>(bytes);
   if (m_canonicalBytesUsed <= m_maxCanonicalBytes) return true;
-  log.LogError(("The verification canonicalized more than MaxCanonicalBytes (" +
-                std::to_string(m_maxCanonicalBytes) + " bytes): stopped.")
-                   .c_str());
+  m_limitExceeded = "The verification canonicalized more than MaxCanonicalBytes (" +
+                    std::to_string(m_maxCanonicalBytes) + " bytes): stopped.";
+  log.LogError(m_limitExceeded.c_str());
   return false;
 }
 

@@ -99,10 +99,14 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
         log.LogError("Failed to verify reference digest");
         log.LogDataLong("referenceIndex", i);
         if (!(externalDataMissing && m_ignoreExternalRefs)) ++failures;
+        // A spent byte budget fails every later reference too: stop here.
+        if (m_canonicalBytesUsed > m_maxCanonicalBytes) break;
       }
     }
     if (failures >= 1) {
       log.LogDataLong("refFailureCount", failures);
+      // A work limit is the reason a user needs to see, so it is the last error.
+      if (m_refFailReason == kRefFailLimit) log.LogError(m_limitExceeded.c_str());
       logSuccessFailure2(false, log);
       return false;
     }

@@ -179,6 +179,11 @@ bool ClsXmlDSig::canonicalizeStep(ClsXml* transform, StringBuffer& data, const S
     m_refFailReason = kRefFailUnknownAlgorithm;
     return false;
   }
+  // Once the budget is spent, every further canonicalization fails at once.
+  if (!chargeCanonicalBytes(0, log)) {
+    m_refFailReason = kRefFailLimit;
+    return false;
+  }
   StringBuffer id;
   bool fragmentKeepsComments = false;
   const Fragment fragment = classifyFragment(uri, id, fragmentKeepsComments);
@@ -355,9 +360,9 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, DSigReference& ref, bo
     const int numTransforms = transformsXml->get_NumChildren();
     if (log.m_verboseLogging) log.LogDataLong("numTransforms", numTransforms);
     if (numTransforms > m_maxTransforms) {
-      log.LogError(("The reference has " + std::to_string(numTransforms) + " transforms, more than MaxTransforms (" +
-                    std::to_string(m_maxTransforms) + ").")
-                       .c_str());
+      m_limitExceeded = "The reference has " + std::to_string(numTransforms) + " transforms, more than MaxTransforms (" +
+                        std::to_string(m_maxTransforms) + ").";
+      log.LogError(m_limitExceeded.c_str());
       m_refFailReason = kRefFailLimit;
       return false;
     }
