@@ -170,6 +170,10 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // result in data, or only feeds it to `digest` when that is given (the final step).
   bool canonicalizeStep(ClsXml* transform, StringBuffer& data, const StringBuffer& algorithm,
                         const StringBuffer& uri, StreamedDigest* digest, LogBase& log);
+  // Runs a reference's transforms on the node-set of data (the document text) and leaves
+  // the canonical octets in data. For chains with a general XPath expression, which
+  // selects nodes rather than cutting text (see needsNodeSet).
+  bool nodeSetTransforms(ClsXml* transforms, const StringBuffer& uri, StringBuffer& data, LogBase& log);
   // Gives the working text a copy of its own when it is still read in place.
   void materializePipelineText(StringBuffer& data);
   DSigRefExternalData* getExtRef(int index, bool create, LogBase& log);

@@ -41,6 +41,11 @@ class _clsXmlDSigBase : public ClsBase, public _clsCades {
   // XPath / XPath Filter 2.0 transform by recognised expression patterns (in place).
   bool transformXPath(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm,
                       const StringBuffer& xpath, LogBase& log);
+  // Whether the expression is one transformXPath applies as a cut of the text (signature
+  // exclusions and the document conventions); any other is evaluated on the node-set.
+  static bool isTextXPathPattern(ClsXml* transform, const StringBuffer& algorithm, const StringBuffer& xpath);
+  // Whether a Transforms element holds an XPath transform that is not such a pattern.
+  static bool needsNodeSet(ClsXml* transforms);
 
   // Family adjustments on document text.
   bool preprocessXmlToTransform(const StringBuffer& fragmentId, DSigReference& ref, StringBuffer& xml,

@@ -355,6 +355,10 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, DSigReference& ref, bo
         return false;
       }
     }
+  } else if (needsNodeSet(transformsXml.get())) {
+    // A general XPath expression selects nodes: the whole chain works on the node-set.
+    materializePipelineText(data);
+    if (!nodeSetTransforms(transformsXml.get(), uri, data, log)) return false;
   } else {
     // 4. The declared chain, in document order.
     const int numTransforms = transformsXml->get_NumChildren();

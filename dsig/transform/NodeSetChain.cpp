@@ -1,0 +1,239 @@
+// The transforms of a same-document reference from its first general XPath expression on:
+// they work on the node-set of the parsed document instead of on its text, and the last
+// canonicalization (or the default one) writes the selected nodes as the digested octets.
+#include <string>
+#include <vector>
+
+#include "dsig/ClsXmlDSig.h"
+#include "dsig/reference/DSigReference.h"
+#include "support/ClsXml.h"
+#include "support/LogBase.h"
+#include "support/RefCountedObject.h"
+#include "xml/NodeSetTransforms.h"
+
+namespace {
+
+enum class StepKind { XPath, Filter2, Enveloped, Canonicalize, Unknown };
+
+struct StepInfo {
+  StepKind kind = StepKind::Unknown;
+  xml::NodeSetCanonOptions canon;
+};
+
+StepInfo classify(const StringBuffer& algorithm) {
+  static const struct {
+    const char* uri;
+    StepKind kind;
+    xml::NodeSetCanonMethod method;
+    bool comments;
+  } kTable[] = {
+      {"http://www.w3.org/TR/1999/REC-xpath-19991116", StepKind::XPath, {}, false},
+      {"http://www.w3.org/2002/06/xmldsig-filter2", StepKind::Filter2, {}, false},
+      {"http://www.w3.org/2000/09/xmldsig#enveloped-signature", StepKind::Enveloped, {}, false},
+      {"http://www.w3.org/TR/2001/REC-xml-c14n-20010315", StepKind::Canonicalize,
+       xml::NodeSetCanonMethod::Inclusive10, false},
+      {"http://www.w3.org/TR/2001/REC-xml-c14n-20010315#WithComments", StepKind::Canonicalize,
+       xml::NodeSetCanonMethod::Inclusive10, true},
+      {"http://www.w3.org/2006/12/xml-c14n11", StepKind::Canonicalize, xml::NodeSetCanonMethod::Inclusive11, false},
+      {"http://www.w3.org/2006/12/xml-c14n11#WithComments", StepKind::Canonicalize,
+       xml::NodeSetCanonMethod::Inclusive11, true},
+      {"http://www.w3.org/2001/10/xml-exc-c14n#", StepKind::Canonicalize, xml::NodeSetCanonMethod::Exclusive, false},
+      {"http://www.w3.org/2001/10/xml-exc-c14n#WithComments", StepKind::Canonicalize,
+       xml::NodeSetCanonMethod::Exclusive, true},
+  };
+  StepInfo info;
+  for (const auto& row : kTable)
+    if (algorithm.equals(row.uri)) {
+      info.kind = row.kind;
+      info.canon.method = row.method;
+      info.canon.comments = row.comments;
+    }
+  return info;
+}
+
+constexpr size_t kMaxXPathSteps = 50'000'000;
+
+// The expressions of an XPath or Filter 2.0 transform, each with the prefixes and here()
+// of the element that holds it: found in the document when the transform is part of it
+// (inside the signature when known), else in the transform's own text.
+bool readExpressions(ClsXml* transform, bool filter2, const xml::NodeSetState& state, uint32_t signature,
+                     std::vector<xml::XPathFilterExpr>& out, LogBase& log) {
+  StringBuffer transformText;
+  transform->getXml(false, transformText, log);
+  xml::NodeSetState own;
+  std::string error;
+  const bool ownParsed = own.load(transformText.view(), error);
+
+  const int n = transform->get_NumChildren();
+  for (int i = 0; i < n; ++i) {
+    RcPtr<ClsXml> child(transform->GetChild(i));
+    if (!child || child->localNameView() != "XPath") continue;
+    xml::XPathFilterExpr f;
+    StringBuffer content, filter;
+    child->getContentSb(content);
+    child->getAttrValue("Filter", filter);
+    f.expression = content.str();
+    f.filter = filter.str();
+    uint32_t holder = state.findElementWithText("XPath", f.expression, signature);
+    if (holder == UINT32_MAX && signature != UINT32_MAX) holder = state.findElementWithText("XPath", f.expression, UINT32_MAX);
+    if (ownParsed) {
+      const uint32_t inOwn = own.findElementWithText("XPath", f.expression, UINT32_MAX);
+      if (inOwn != UINT32_MAX) f.namespaces = own.namespacesAt(inOwn);
+    }
+    if (holder != UINT32_MAX) {
+      for (const auto& ns : state.namespacesAt(holder)) f.namespaces[ns.first] = ns.second;
+      f.here = state.hereNodeOf(holder);
+    }
+    out.push_back(std::move(f));
+    if (!filter2) break;
+  }
+  if (out.empty()) {
+    log.LogError("No XPath found in transform.");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool _clsXmlDSigBase::isTextXPathPattern(ClsXml* transform, const StringBuffer& algorithm,
+                                         const StringBuffer& xpath) {
+  const bool filter2 = algorithm.containsSubstring("http://www.w3.org/2002/06/xmldsig-filter2");
+  if (xpath.containsSubstring("Signature") &&
+      (xpath.containsSubstring("not(ancestor-or-self") || xpath.containsSubstring("not(//ancestor-or-self")))
+    return true;
+  if (xpath.containsSubstring("ebxml-msg:actor:next")) return true;
+  if (xpath.containsSubstring("ancestor-or-self::sig:UBLDocumentSignatures")) return true;
+  if (filter2) {
+    // The UBL extensions subtraction is a document convention; other Filter 2.0 sets
+    // (the signature subtraction among them) are evaluated.
+    if (!transform) return false;
+    RcPtr<ClsXml> second(transform->GetChild(1));
+    StringBuffer filter, expression;
+    if (!second) return false;
+    second->getAttrValue("Filter", filter);
+    second->getContentSb(expression);
+    return filter.equals("subtract") && expression.containsSubstring("ancestor::ext:UBLExtensions/ext:UBLExtension");
+  }
+  return xpath.matches("not(//ancestor-or-self::*[*ID='*'])", true) ||
+         xpath.matches("not(//ancestor-or-self::*)", true);
+}
+
+bool _clsXmlDSigBase::needsNodeSet(ClsXml* transforms) {
+  if (!transforms) return false;
+  const int n = transforms->get_NumChildren();
+  StringBuffer algorithm, xpath;
+  for (int i = 0; i < n; ++i) {
+    RcPtr<ClsXml> transform(transforms->GetChild(i));
+    if (!transform) continue;
+    algorithm.clear();
+    transform->getAttrValue("Algorithm", algorithm);
+    const StepKind kind = classify(algorithm).kind;
+    if (kind != StepKind::XPath && kind != StepKind::Filter2) continue;
+    xpath.clear();
+    if (!transform->getChildContentUtf8("*:XPath", xpath, false)) continue;  // the text road reports it
+    if (!isTextXPathPattern(transform.get(), algorithm, xpath)) return true;
+  }
+  return false;
+}
+
+bool ClsXmlDSig::nodeSetTransforms(ClsXml* transforms, const StringBuffer& uri, StringBuffer& data, LogBase& log) {
+  LogContextExitor ctx(log, "nodeSetTransforms");
+  xml::NodeSetState state;
+  std::string error;
+  if (!state.load(data.view(), error)) {
+    log.LogError("The data to transform is not well-formed XML.");
+    log.LogDataStr("parseError", error.c_str());
+    return false;
+  }
+  if (!state.selectByUri(uri.view(), error)) {
+    log.LogError(error.c_str());
+    return false;
+  }
+  // The signature being verified, when the data is the loaded document itself.
+  uint32_t signature = UINT32_MAX;
+  if (ClsXml* sig = selectedSignature(); sig && data.getSize() == m_xmlSb.getSize() && data.view() == m_xmlSb.view())
+    signature = state.elementAtOffset(sig->sourceStart());
+
+  const int n = transforms->get_NumChildren();
+  bool canonicalized = false;
+  bool envelopedApplied = false;
+  StringBuffer algorithm;
+  for (int i = 0; i < n; ++i) {
+    RcPtr<ClsXml> transform(transforms->GetChild(i));
+    if (!transform) continue;
+    algorithm.clear();
+    transform->getAttrValue("Algorithm", algorithm);
+    log.LogDataSb("transformAlgorithm", algorithm);
+    const StepInfo step = classify(algorithm);
+    if (canonicalized && step.kind != StepKind::Canonicalize) {
+      // The canonical octets are read again as a document for what follows.
+      if (!state.load(data.view(), error) || !state.selectByUri("", error)) {
+        log.LogError("The canonicalized data is not a document the next transform can read.");
+        return false;
+      }
+      signature = UINT32_MAX;
+      canonicalized = false;
+    }
+    switch (step.kind) {
+      case StepKind::XPath:
+      case StepKind::Filter2: {
+        std::vector<xml::XPathFilterExpr> exprs;
+        if (!readExpressions(transform.get(), step.kind == StepKind::Filter2, state, signature, exprs, log))
+          return false;
+        for (const auto& e : exprs) log.LogDataStr("xPath", e.expression.c_str());
+        const bool ok = step.kind == StepKind::XPath ? state.applyXPath(exprs.front(), kMaxXPathSteps, error)
+                                                     : state.applyFilter2(exprs, kMaxXPathSteps, error);
+        if (!ok) {
+          log.LogError(error.c_str());
+          return false;
+        }
+        break;
+      }
+      case StepKind::Enveloped:
+        envelopedApplied = true;
+        if (signature != UINT32_MAX)
+          state.removeSubtree(signature);
+        else
+          log.LogInfo("The signature is not part of the transformed data; nothing to remove.");
+        break;
+      case StepKind::Canonicalize: {
+        StepInfo canonStep = step;
+        if (canonStep.canon.method == xml::NodeSetCanonMethod::Exclusive) {
+          RcPtr<ClsXml> inclusive(transform->getChildWithTagUtf8("*:InclusiveNamespaces"));
+          StringBuffer prefixList;
+          if (inclusive) inclusive->getAttrValue("PrefixList", prefixList);
+          std::string list = prefixList.str();
+          size_t p = 0;
+          while (p < list.size()) {
+            while (p < list.size() && (list[p] == ' ' || list[p] == '\t' || list[p] == '\n' || list[p] == '\r')) ++p;
+            size_t q = p;
+            while (q < list.size() && !(list[q] == ' ' || list[q] == '\t' || list[q] == '\n' || list[q] == '\r')) ++q;
+            if (q > p) {
+              const std::string prefix = list.substr(p, q - p);
+              canonStep.canon.inclusivePrefixes.push_back(prefix == "#default" ? std::string() : prefix);
+            }
+            p = q;
+          }
+        }
+        if (!envelopedApplied && uri.isEmpty() && signature != UINT32_MAX) state.removeSubtree(signature);
+        std::string out;
+        state.canonicalize(canonStep.canon, out);
+        data.setString(std::string_view(out));
+        canonicalized = true;
+        break;
+      }
+      default:
+        log.LogDataSb("unrecognizedTransform", algorithm);
+        return false;
+    }
+  }
+  if (!canonicalized) {
+    // A whole-document reference always excludes its own signature.
+    if (!envelopedApplied && uri.isEmpty() && signature != UINT32_MAX) state.removeSubtree(signature);
+    std::string out;
+    state.canonicalize(xml::NodeSetCanonOptions{}, out);
+    data.setString(std::string_view(out));
+  }
+  return true;
+}
