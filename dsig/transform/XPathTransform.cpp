@@ -1,6 +1,7 @@
-// The XPath transform. There is no XPath engine here: the expressions that signing software
-// actually emits are recognised by their text, and each is applied as the cut it stands
-// for on the document text. Anything else fails the transform.
+// The XPath transform's text patterns: the signature exclusions and document conventions
+// that signing software emits are recognised by their text and applied as the cut each
+// stands for on the document text (isTextXPathPattern says which). Every other expression
+// is evaluated on the document's node-set (NodeSetChain.cpp).
 #include <string>
 
 #include "dsig/_clsXmlDSigBase.h"

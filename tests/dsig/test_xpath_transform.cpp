@@ -1,9 +1,12 @@
-// The XPath transform's recognised expressions, applied to document text.
+// The XPath transform's recognised expressions, applied to document text, and general
+// expressions evaluated on corpus documents.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 #include <string>
 
+#include "CorpusCases.h"
 #include "LogProbe.h"
 #include "dsig/ClsXmlDSig.h"
 #include "support/ClsXml.h"
@@ -128,4 +131,34 @@ TEST(XPathTransform, UblExtensionsAndQrAndUnhandled) {
   EXPECT_EQ(r.unhandled(), "2");
   EXPECT_EQ(r.option(), "<absent>");
   EXPECT_EQ(t, inv);
+}
+
+// Corpus documents whose references select nodes with general XPath and XPath Filter 2.0
+// expressions: a change inside the selected nodes makes them fail, a change outside them
+// does not (xpath_corpus_changes.tsv).
+TEST(XPathTransform, ChangesInsideAndOutsideTheSelectedNodesOfCorpusDocuments) {
+  REQUIRE_CORPUS();
+  std::map<std::string, corpuscases::Case> byId;
+  for (const corpuscases::Case& c : corpuscases::allCases()) byId[c.id] = c;
+  const std::string table = testsupport::readFile(testsupport::sourceDir() + "/tests/dsig/xpath_corpus_changes.tsv");
+  int rows = 0;
+  for (const std::string& line : corpuscases::split(table, '\n', true)) {
+    if (line[0] == '#') continue;
+    const std::vector<std::string> cols = corpuscases::split(line, '\t', false);
+    ASSERT_EQ(cols.size(), 5u) << line;
+    SCOPED_TRACE(cols[0] + ": " + cols[4]);
+    ASSERT_EQ(byId.count(cols[0]), 1u);
+    const corpuscases::Case& c = byId[cols[0]];
+    std::string doc = corpuscases::documentOf(c);
+    std::unique_ptr<ClsXmlDSig> original = corpuscases::prepare(c, doc);
+    ASSERT_TRUE(original && original->VerifySignature(true));
+    const size_t at = doc.find(cols[1]);
+    ASSERT_NE(at, std::string::npos);
+    doc.replace(at, cols[1].size(), cols[2]);
+    std::unique_ptr<ClsXmlDSig> changed = corpuscases::prepare(c, doc);
+    ASSERT_TRUE(changed);
+    EXPECT_EQ(changed->VerifySignature(true), cols[3] == "pass");
+    ++rows;
+  }
+  EXPECT_GE(rows, 10);
 }
