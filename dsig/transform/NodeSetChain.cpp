@@ -6,6 +6,7 @@
 
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/reference/DSigReference.h"
+#include "dsig/transform/TransformAlgorithms.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 #include "support/RefCountedObject.h"
@@ -13,42 +14,42 @@
 
 namespace {
 
-enum class StepKind { XPath, Filter2, Enveloped, Canonicalize, Unknown };
+using dsig_algorithms::CanonicalForm;
+using dsig_algorithms::StepKind;
 
-struct StepInfo {
-  StepKind kind = StepKind::Unknown;
+const dsig_algorithms::AlgorithmRow* rowOf(const StringBuffer& algorithm) {
+  return dsig_algorithms::findAlgorithm(algorithm.view());
+}
+
+StepKind kindOf(const StringBuffer& algorithm) {
+  const dsig_algorithms::AlgorithmRow* row = rowOf(algorithm);
+  return row ? row->kind : StepKind::Unknown;
+}
+
+xml::NodeSetCanonOptions canonOptionsOf(const dsig_algorithms::AlgorithmRow& row, ClsXml* transform) {
   xml::NodeSetCanonOptions canon;
-};
-
-StepInfo classify(const StringBuffer& algorithm) {
-  static const struct {
-    const char* uri;
-    StepKind kind;
-    xml::NodeSetCanonMethod method;
-    bool comments;
-  } kTable[] = {
-      {"http://www.w3.org/TR/1999/REC-xpath-19991116", StepKind::XPath, {}, false},
-      {"http://www.w3.org/2002/06/xmldsig-filter2", StepKind::Filter2, {}, false},
-      {"http://www.w3.org/2000/09/xmldsig#enveloped-signature", StepKind::Enveloped, {}, false},
-      {"http://www.w3.org/TR/2001/REC-xml-c14n-20010315", StepKind::Canonicalize,
-       xml::NodeSetCanonMethod::Inclusive10, false},
-      {"http://www.w3.org/TR/2001/REC-xml-c14n-20010315#WithComments", StepKind::Canonicalize,
-       xml::NodeSetCanonMethod::Inclusive10, true},
-      {"http://www.w3.org/2006/12/xml-c14n11", StepKind::Canonicalize, xml::NodeSetCanonMethod::Inclusive11, false},
-      {"http://www.w3.org/2006/12/xml-c14n11#WithComments", StepKind::Canonicalize,
-       xml::NodeSetCanonMethod::Inclusive11, true},
-      {"http://www.w3.org/2001/10/xml-exc-c14n#", StepKind::Canonicalize, xml::NodeSetCanonMethod::Exclusive, false},
-      {"http://www.w3.org/2001/10/xml-exc-c14n#WithComments", StepKind::Canonicalize,
-       xml::NodeSetCanonMethod::Exclusive, true},
-  };
-  StepInfo info;
-  for (const auto& row : kTable)
-    if (algorithm.equals(row.uri)) {
-      info.kind = row.kind;
-      info.canon.method = row.method;
-      info.canon.comments = row.comments;
+  canon.comments = row.withComments;
+  canon.method = row.form == CanonicalForm::Exclusive10   ? xml::NodeSetCanonMethod::Exclusive
+                 : row.form == CanonicalForm::Inclusive11 ? xml::NodeSetCanonMethod::Inclusive11
+                                                          : xml::NodeSetCanonMethod::Inclusive10;
+  if (canon.method != xml::NodeSetCanonMethod::Exclusive) return canon;
+  RcPtr<ClsXml> inclusive(transform->getChildWithTagUtf8("*:InclusiveNamespaces"));
+  StringBuffer prefixList;
+  if (inclusive) inclusive->getAttrValue("PrefixList", prefixList);
+  const std::string& list = prefixList.str();
+  size_t p = 0;
+  auto blank = [&](size_t i) { return list[i] == ' ' || list[i] == '\t' || list[i] == '\n' || list[i] == '\r'; };
+  while (p < list.size()) {
+    while (p < list.size() && blank(p)) ++p;
+    size_t q = p;
+    while (q < list.size() && !blank(q)) ++q;
+    if (q > p) {
+      const std::string prefix = list.substr(p, q - p);
+      canon.inclusivePrefixes.push_back(prefix == "#default" ? std::string() : prefix);
     }
-  return info;
+    p = q;
+  }
+  return canon;
 }
 
 constexpr size_t kMaxXPathSteps = 50'000'000;
@@ -128,8 +129,8 @@ bool _clsXmlDSigBase::needsNodeSet(ClsXml* transforms) {
     if (!transform) continue;
     algorithm.clear();
     transform->getAttrValue("Algorithm", algorithm);
-    const StepKind kind = classify(algorithm).kind;
-    if (kind != StepKind::XPath && kind != StepKind::Filter2) continue;
+    const StepKind kind = kindOf(algorithm);
+    if (kind != StepKind::XPath && kind != StepKind::XPathFilter2) continue;
     xpath.clear();
     if (!transform->getChildContentUtf8("*:XPath", xpath, false)) continue;  // the text road reports it
     if (!isTextXPathPattern(transform.get(), algorithm, xpath)) return true;
@@ -156,17 +157,38 @@ bool ClsXmlDSig::nodeSetTransforms(ClsXml* transforms, const StringBuffer& uri, 
     signature = state.elementAtOffset(sig->sourceStart());
 
   const int n = transforms->get_NumChildren();
+  if (n > m_maxTransforms) {
+    log.LogError(("The reference has " + std::to_string(n) + " transforms, more than MaxTransforms (" +
+                  std::to_string(m_maxTransforms) + ").")
+                     .c_str());
+    m_refFailReason = kRefFailLimit;
+    return false;
+  }
   bool canonicalized = false;
   bool envelopedApplied = false;
   StringBuffer algorithm;
+  // Writes the selected nodes as the transformed octets.
+  auto writeNodeSet = [&](const xml::NodeSetCanonOptions& canon) {
+    // A whole-document reference always excludes its own signature.
+    if (!envelopedApplied && uri.isEmpty() && signature != UINT32_MAX) state.removeSubtree(signature);
+    std::string out;
+    state.canonicalize(canon, out);
+    if (!chargeCanonicalBytes(out.size(), log)) {
+      m_refFailReason = kRefFailLimit;
+      return false;
+    }
+    data.setString(std::string_view(out));
+    return true;
+  };
   for (int i = 0; i < n; ++i) {
     RcPtr<ClsXml> transform(transforms->GetChild(i));
     if (!transform) continue;
     algorithm.clear();
     transform->getAttrValue("Algorithm", algorithm);
     log.LogDataSb("transformAlgorithm", algorithm);
-    const StepInfo step = classify(algorithm);
-    if (canonicalized && step.kind != StepKind::Canonicalize) {
+    const dsig_algorithms::AlgorithmRow* row = rowOf(algorithm);
+    const StepKind kind = row ? row->kind : StepKind::Unknown;
+    if (canonicalized && kind != StepKind::Canonical) {
       // The canonical octets are read again as a document for what follows.
       if (!state.load(data.view(), error) || !state.selectByUri("", error)) {
         log.LogError("The canonicalized data is not a document the next transform can read.");
@@ -175,65 +197,37 @@ bool ClsXmlDSig::nodeSetTransforms(ClsXml* transforms, const StringBuffer& uri, 
       signature = UINT32_MAX;
       canonicalized = false;
     }
-    switch (step.kind) {
+    switch (kind) {
       case StepKind::XPath:
-      case StepKind::Filter2: {
+      case StepKind::XPathFilter2: {
         std::vector<xml::XPathFilterExpr> exprs;
-        if (!readExpressions(transform.get(), step.kind == StepKind::Filter2, state, signature, exprs, log))
+        if (!readExpressions(transform.get(), kind == StepKind::XPathFilter2, state, signature, exprs, log))
           return false;
         for (const auto& e : exprs) log.LogDataStr("xPath", e.expression.c_str());
-        const bool ok = step.kind == StepKind::XPath ? state.applyXPath(exprs.front(), kMaxXPathSteps, error)
-                                                     : state.applyFilter2(exprs, kMaxXPathSteps, error);
+        const bool ok = kind == StepKind::XPath ? state.applyXPath(exprs.front(), kMaxXPathSteps, error)
+                                                : state.applyFilter2(exprs, kMaxXPathSteps, error);
         if (!ok) {
           log.LogError(error.c_str());
           return false;
         }
         break;
       }
-      case StepKind::Enveloped:
+      case StepKind::EnvelopedSignature:
         envelopedApplied = true;
         if (signature != UINT32_MAX)
           state.removeSubtree(signature);
         else
           log.LogInfo("The signature is not part of the transformed data; nothing to remove.");
         break;
-      case StepKind::Canonicalize: {
-        StepInfo canonStep = step;
-        if (canonStep.canon.method == xml::NodeSetCanonMethod::Exclusive) {
-          RcPtr<ClsXml> inclusive(transform->getChildWithTagUtf8("*:InclusiveNamespaces"));
-          StringBuffer prefixList;
-          if (inclusive) inclusive->getAttrValue("PrefixList", prefixList);
-          std::string list = prefixList.str();
-          size_t p = 0;
-          while (p < list.size()) {
-            while (p < list.size() && (list[p] == ' ' || list[p] == '\t' || list[p] == '\n' || list[p] == '\r')) ++p;
-            size_t q = p;
-            while (q < list.size() && !(list[q] == ' ' || list[q] == '\t' || list[q] == '\n' || list[q] == '\r')) ++q;
-            if (q > p) {
-              const std::string prefix = list.substr(p, q - p);
-              canonStep.canon.inclusivePrefixes.push_back(prefix == "#default" ? std::string() : prefix);
-            }
-            p = q;
-          }
-        }
-        if (!envelopedApplied && uri.isEmpty() && signature != UINT32_MAX) state.removeSubtree(signature);
-        std::string out;
-        state.canonicalize(canonStep.canon, out);
-        data.setString(std::string_view(out));
+      case StepKind::Canonical:
+        if (!writeNodeSet(canonOptionsOf(*row, transform.get()))) return false;
         canonicalized = true;
         break;
-      }
       default:
-        log.LogDataSb("unrecognizedTransform", algorithm);
+        log.LogError(("Transform not supported after an XPath selection: " + std::string(algorithm.view())).c_str());
+        m_refFailReason = row ? m_refFailReason : kRefFailUnknownAlgorithm;
         return false;
     }
   }
-  if (!canonicalized) {
-    // A whole-document reference always excludes its own signature.
-    if (!envelopedApplied && uri.isEmpty() && signature != UINT32_MAX) state.removeSubtree(signature);
-    std::string out;
-    state.canonicalize(xml::NodeSetCanonOptions{}, out);
-    data.setString(std::string_view(out));
-  }
-  return true;
+  return canonicalized || writeNodeSet(xml::NodeSetCanonOptions{});
 }
