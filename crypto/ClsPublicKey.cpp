@@ -3,6 +3,7 @@
 #include <new>
 
 #include "crypto/KeyValueXml.h"
+#include "crypto/OsslPtr.h"
 #include "crypto/PemFile.h"
 #include "support/ContentCoding.h"
 #include "support/DataBuffer.h"
@@ -65,7 +66,13 @@ bool ClsPublicKey::loadXml(const StringBuffer& xml, LogBase& log) {
 
 bool ClsPublicKey::loadAnyDer(const DataBuffer& der, LogBase& log) {
   LogContextExitor ctx(log, "loadAnyDer");
-  return m_key.loadAnyDer(der, log);
+  if (!m_key.loadAnyDer(der, log)) return false;
+  m_certDer.clear();
+  const unsigned char* p = der.getData2();
+  ossl::X509Ptr cert(d2i_X509(nullptr, &p, static_cast<long>(der.getSize())));
+  if (cert && p == der.getData2() + der.getSize()) m_certDer.append(der);
+  ossl::clearErrors();
+  return true;
 }
 
 bool ClsPublicKey::loadAnyBytes(const DataBuffer& bytes, LogBase& log) {

@@ -8,6 +8,7 @@
 
 #include "crypto/_btPublicKey.h"
 #include "support/CritSec.h"
+#include "support/DataBuffer.h"
 #include "support/LogBase.h"
 #include "support/RefCountedObject.h"
 
@@ -42,6 +43,14 @@ class ClsPublicKey : public RefCountedObject, public BrantelCritSec {
   // SubjectPublicKeyInfo DER (PKCS#1 RSAPublicKey for an RSA key when pkcs1 is set).
   bool getPublicKeyDer(bool pkcs1, DataBuffer& out, LogBase& log);
 
+  // Where a verifier found the key (a short label such as "KeyValue"; "" when unknown), and
+  // the DER of the certificate the key was taken from (empty when there is none). A key
+  // loaded from a certificate remembers that certificate.
+  const std::string& origin() const { return m_origin; }
+  void setOrigin(const std::string& origin) { m_origin = origin; }
+  const DataBuffer& certificateDer() const { return m_certDer; }
+  void setCertificateDer(const DataBuffer& der) { m_certDer.clear(); m_certDer.append(der); }
+
   _btPublicKey& getPubKey() { return m_key; }
   const _btPublicKey& getPubKey() const { return m_key; }
 
@@ -53,4 +62,6 @@ class ClsPublicKey : public RefCountedObject, public BrantelCritSec {
 
  private:
   _btPublicKey m_key;
+  std::string m_origin;
+  DataBuffer m_certDer;
 };

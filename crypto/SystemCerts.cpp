@@ -151,3 +151,9 @@ int SystemCerts::numCerts() const {
   for (const CertCollection* c : collections()) n += c->size();
   return n;
 }
+
+std::vector<CertRecord*> SystemCerts::allRecords() const {
+  std::vector<CertRecord*> out;
+  for (const CertCollection* c : collections()) c->all(out);
+  return out;
+}

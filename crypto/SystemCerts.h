@@ -51,6 +51,8 @@ class SystemCerts {
 
   // Certificates of the store itself plus those of the attached vaults.
   int numCerts() const;
+  // Every certificate of the store and its vaults (for building certificate chains).
+  std::vector<CertRecord*> allRecords() const;
 
  private:
   // The store's own certificates first, then each vault's, in attachment order.

@@ -12,6 +12,7 @@
 
 #include "dsig/SystemCertsHolder.h"
 #include "dsig/_clsXmlDSigBase.h"
+#include "dsig/keys/SignerState.h"
 #include "support/DataBuffer.h"
 #include "support/ExtPtrArray.h"
 #include "support/RefCountedObject.h"
@@ -96,6 +97,46 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool SetRefDataBd(int index, ClsBinData& data);
   bool ReferenceUri(int index, XString& out);
   bool IsReferenceExternal(int index);
+
+  // ---- the signer: who verified the last VerifySignature, and what it must be ----
+  // The key that verified the last valid signature (a new reference), or null.
+  ClsPublicKey* GetSignerKey();
+  // Where that key came from: KeyValue, X509Certificate, X509IssuerSerial, X509SubjectName,
+  // X509SKI, SecurityToken, CallerKey, PinnedKey or HmacKey; "" when nothing verified.
+  void get_SignerSource(XString& out);
+  bool get_HasSignerCert();
+  // The signer's certificate as base64 DER; false when the key that verified has none.
+  bool GetSignerCert(XString& base64Der);
+  // Facts of the signer's certificate ("" when there is none): names as
+  // "CN=..., O=..., C=...", the serial in decimal, times in ISO 8601 UTC, SHA-256 in hex.
+  void get_SignerSubject(XString& out);
+  void get_SignerIssuer(XString& out);
+  void get_SignerSerial(XString& out);
+  void get_SignerNotBefore(XString& out);
+  void get_SignerNotAfter(XString& out);
+  void get_SignerSha256(XString& out);
+  // Pins a signer (a public key, or the key of a certificate): once any is pinned, only
+  // pinned keys are tried and a signature made with any other key is invalid.
+  bool AddPinnedSigner(ClsPublicKey& key);
+  void ClearPinnedSigners();
+  int get_NumPinnedSigners();
+  // Trust anchors (a certificate file, PEM or DER, or a directory of them): once any is
+  // given, a signature is valid only when the signer's certificate chains to one.
+  bool AddTrustAnchors(const XString& fileOrDir);
+  // Revocation lists (PEM or DER file) for the chain check; nothing is fetched, ever.
+  bool AddCrlFile(const XString& path);
+  void ClearTrust();
+  // The time the chain is checked at, ISO 8601 UTC ("2025-03-01T12:00:00Z"); "" for the
+  // default (a verified signature time-stamp's time, else the time of verification).
+  bool SetValidationTime(const XString& isoUtc);
+  // Results of the chain check of the last VerifySignature.
+  bool get_TrustChecked() const { return m_signerResult.trustChecked; }
+  bool get_Trusted() const { return m_signerResult.trusted; }
+  bool GetTrustChain(ClsStringArray& subjects);
+  void get_TrustError(XString& out);
+  void get_ValidationTime(XString& out);
+  // caller, timestamp or now.
+  void get_ValidationTimeSource(XString& out);
 
   // ---- loading and selection ----
   bool loadSignature(XString& xml, LogBase& log);
@@ -216,6 +257,16 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   static void reverseSubjectNameDN(const StringBuffer& dn, StringBuffer& out);
   bool certsFromKeyInfo(ClsXml* keyInfo, ClsStringArray& certs, LogBase& log);
 
+  // ---- the signer (dsig/keys/Signer*.cpp) ----
+  // When signers are pinned, keeps only the candidates that are pinned keys, then adds the
+  // pinned keys no candidate matched.
+  void pinCandidateKeys(ExtPtrArrayRc& keys, LogBase& log);
+  // After the signature value check: records the key that verified (null with hmac for an
+  // HMAC secret) and applies the signer checks (pinning, the signed signing certificate,
+  // chain trust). Returns the final verdict; a failure's reason is the last error logged.
+  bool settleSigner(bool valid, ClsPublicKey* verifiedBy, bool hmac, LogBase& log);
+  bool checkSignerTrust(const std::vector<std::string>& keyInfoCerts, LogBase& log);
+
   // ---- encapsulated timestamps ----
   bool hasEncapsulatedTimeStamp(LogBase& log);
   bool verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigXml, LogBase& log);
@@ -255,4 +306,6 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   int64_t m_maxCanonicalBytes = 32LL * 1024 * 1024;
   int64_t m_canonicalBytesUsed = 0;  // by the verification under way
   std::string m_limitExceeded;       // the message of the last limit exceeded
+  SignerPolicy m_signerPolicy;
+  SignerResult m_signerResult;
 };

@@ -48,6 +48,7 @@ bool ClsXmlDSig::VerifySignature(bool verifyReferenceDigests) {
 }
 
 bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
+  m_signerResult.clear();
   log.LogDataSb("uncommonOptions", log.m_uncommonOptions);
   checkSetZatca(log);
   checkSetMyInvois(log);
@@ -267,7 +268,9 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
 
   ExtPtrArrayRc keys;
   if ((keyType >= 1 && keyType <= 3) || keyType == 5) {
-    if (!getPublicKey(false, keys, log)) {
+    const bool keysRead = getPublicKey(false, keys, log);
+    pinCandidateKeys(keys, log);
+    if ((!keysRead && m_signerPolicy.pinned.empty()) || keys.getSize() == 0) {
       log.LogError("No public key available to verify signature.");
       return false;
     }
@@ -284,6 +287,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   }
 
   bool valid = false;
+  ClsPublicKey* verifiedBy = nullptr;  // borrowed from keys
   if (keyType != 4) {
     sigcheck::Method check;
     check.kind = static_cast<sigcheck::KeyKind>(keyType);
@@ -298,7 +302,9 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     input.hashLen = signedHash.getSize();
     input.message = reinterpret_cast<const unsigned char*>(canonSignedInfo.getString());
     input.messageLen = canonSignedInfo.getSize();
-    valid = sigcheck::findVerifyingKey(keys, check, input, log) >= 0;
+    const int verifying = sigcheck::findVerifyingKey(keys, check, input, log);
+    valid = verifying >= 0;
+    if (valid) verifiedBy = static_cast<ClsPublicKey*>(keys.elementAt(verifying));
     if (!valid && keyType == 1) {
       log.LogDataHexDb("signedInfoHash", signedHash);
       log.LogDataSb("canonicalizationMethod", canonAlgorithm);
@@ -317,6 +323,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     }
   }
 
+  valid = settleSigner(valid, verifiedBy, keyType == 4, log);
   logSuccessFailure2(valid, log);
   return valid;
 }

@@ -84,6 +84,8 @@ ClsPublicKey* ClsXmlDSig::publicKeyFromX509(BrantelX509* cert, LogBase& log) {
     log.LogError("Failed to parse public key DER");
     return nullptr;
   }
+  DataBuffer certDer;
+  if (cert->getCertDer(certDer)) key->setCertificateDer(certDer);
   log.LogInfo("Loaded public key from X.509 certificate in KeyInfo.");
   return key.release();
 }

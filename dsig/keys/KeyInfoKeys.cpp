@@ -292,9 +292,20 @@ bool appendSecurityTokenKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& s
 // Every key the KeyInfo's own content yields (not following references). False when a
 // key value is malformed or a security token reference cannot be resolved.
 bool appendDirectKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys, LogBase& log) {
-  if (!appendKeyValues(keyInfo, keys, log)) return false;
+  // Every key is labelled with the KeyInfo source it came from (the signer record reports it).
+  int labelled = keys.getSize();
+  auto label = [&keys, &labelled](const char* origin) {
+    for (; labelled < keys.getSize(); ++labelled)
+      if (auto* key = static_cast<ClsPublicKey*>(keys.elementAt(labelled))) key->setOrigin(origin);
+  };
+
+  const bool keyValuesRead = appendKeyValues(keyInfo, keys, log);
+  label("KeyValue");
+  if (!keyValuesRead) return false;
   keyinfo::appendDerEncodedKeys(keyInfo, keys, log);
+  label("KeyValue");
   appendEmbeddedCerts(dsig, keyInfo, seen, keys, log);
+  label("X509Certificate");
 
   StringBuffer issuerCN;
   StringBuffer serialHex;
@@ -302,19 +313,25 @@ bool appendDirectKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, Ex
     if (ClsPublicKey* key = dsig.getPublicKeyByIssuerNameAndSerial(issuerCN.getString(), serialHex.getString(), log))
       keys.appendRefCounted(key);
   }
+  label("X509IssuerSerial");
 
   StringBuffer subjectDn;
   if (keyinfo::subjectNameToLookUp(keyInfo, seen, subjectDn, log)) {
     if (ClsPublicKey* key = dsig.getPublicKeyBySubjectName(subjectDn.getString(), log)) keys.appendRefCounted(key);
   }
+  label("X509SubjectName");
 
   StringBuffer ski;
   if (keyInfo.getChildContentUtf8("*:X509Data|*:X509SKI", ski, false) && !ski.isEmpty()) {
     if (ClsPublicKey* key = dsig.getPublicKeyBySKI(ski.getString(), log)) keys.appendRefCounted(key);
   }
+  label("X509SKI");
   keyinfo::appendX509DigestKeys(dsig, keyInfo, keys, log);
+  label("X509Digest");
 
-  return appendSecurityTokenKeys(dsig, keyInfo, seen, keys, log);
+  const bool tokensRead = appendSecurityTokenKeys(dsig, keyInfo, seen, keys, log);
+  label("SecurityToken");
+  return tokensRead;
 }
 
 // The keys of an element a KeyInfoReference or RetrievalMethod names. Its own
@@ -450,6 +467,7 @@ bool ClsXmlDSig::getPublicKey(bool bKeyInfoOnly, ExtPtrArrayRc& keys, LogBase& l
   // The caller's key for this signature is tried after every key KeyInfo gave.
   if (!bKeyInfoOnly) {
     if (RefCountedObject* callerKey = m_publicKeys.elementAt(m_selector)) {
+      static_cast<ClsPublicKey*>(callerKey)->setOrigin("CallerKey");
       callerKey->incRefCount();
       keys.appendRefCounted(callerKey);
     }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "crypto/Asn1Xml.h"
+#include "crypto/CertSummary.h"
 #include "crypto/_btHash.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/xades/Pkcs7Message.h"
@@ -82,6 +83,13 @@ bool ClsXmlDSig::verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigX
   StringBuffer payloadText;
   payload->getXml(false, payloadText, log);
   log.LogDataSb("timestampPayloadXml", payloadText);
+  // The time-stamp's time becomes the default validation time of the signer's chain once
+  // the time-stamp is found to cover this signature value.
+  StringBuffer genTimeText;
+  long long genTime = -1;
+  if (!payload->getChildContentUtf8("gentime", genTimeText, false) ||
+      !certsummary::parseUtcTime(std::string(genTimeText.view()), genTime))
+    genTime = -1;
 
   StringBuffer hashOid;
   if (!payload->getChildContentUtf8("sequence|sequence|oid", hashOid, false)) {
@@ -135,6 +143,7 @@ bool ClsXmlDSig::verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigX
   log.LogDataHexDb("computed_hash", computed);
   if (computed.equals(expectedHash)) {
     log.LogInfo("The computed hash is equal to the expected hash.");
+    m_signerResult.timeStampTime = genTime;
     return true;
   }
   canonSigValue.toCRLF();
@@ -143,6 +152,7 @@ bool ClsXmlDSig::verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigX
   log.LogDataHexDb("computed_hash_with_CRLF", computed);
   if (computed.equals(expectedHash)) {
     log.LogInfo("The computed hash is equal to the expected hash.");
+    m_signerResult.timeStampTime = genTime;
     return true;
   }
   log.LogError("Computed hash not equal to the expected hash.");
