@@ -6,6 +6,7 @@
 #include <openssl/x509v3.h>
 
 #include "crypto/CertSummary.h"
+#include "crypto/OsslPtr.h"
 #include "crypto/PemFile.h"
 #include "support/DataBuffer.h"
 #include "support/LogBase.h"
@@ -89,15 +90,28 @@ std::string errorText(int error, X509_STORE_CTX* ctx) {
 
 }  // namespace
 
+struct TrustStore::Material {
+  struct CrlFree {
+    void operator()(X509_CRL* crl) const { X509_CRL_free(crl); }
+  };
+  std::vector<ossl::X509Ptr> anchors;
+  std::vector<std::unique_ptr<X509_CRL, CrlFree>> crls;
+};
+
+TrustStore::TrustStore() : m_material(std::make_unique<Material>()) {}
+TrustStore::~TrustStore() = default;
+
+bool TrustStore::hasAnchors() const { return !m_material->anchors.empty(); }
+
 bool TrustStore::addAnchors(const std::string& fileOrDir, LogBase& log) {
   std::error_code ec;
   int added = 0;
   if (std::filesystem::is_directory(fileOrDir, ec)) {
     LogNull quiet;  // files that are not certificates are expected in a directory
     for (const auto& entry : std::filesystem::directory_iterator(fileOrDir, ec))
-      if (entry.is_regular_file(ec)) added += addCertsOfFile(entry.path().string(), m_anchors, quiet);
+      if (entry.is_regular_file(ec)) added += addCertsOfFile(entry.path().string(), m_material->anchors, quiet);
   } else {
-    added = addCertsOfFile(fileOrDir, m_anchors, log);
+    added = addCertsOfFile(fileOrDir, m_material->anchors, log);
   }
   if (added == 0) log.LogError("No trust anchor certificate could be read.");
   return added > 0;
@@ -111,7 +125,7 @@ bool TrustStore::addCrls(const std::string& file, LogBase& log) {
     const unsigned char* p = der.getData2();
     X509_CRL* crl = d2i_X509_CRL(nullptr, &p, static_cast<long>(der.getSize()));
     if (!crl) continue;
-    m_crls.emplace_back(crl);
+    m_material->crls.emplace_back(crl);
     ++added;
   }
   ossl::clearErrors();
@@ -120,8 +134,8 @@ bool TrustStore::addCrls(const std::string& file, LogBase& log) {
 }
 
 void TrustStore::clear() {
-  m_anchors.clear();
-  m_crls.clear();
+  m_material->anchors.clear();
+  m_material->crls.clear();
 }
 
 TrustStore::Verdict TrustStore::verify(X509* signer, const std::vector<X509*>& intermediates,
@@ -134,8 +148,8 @@ TrustStore::Verdict TrustStore::verify(X509* signer, const std::vector<X509*>& i
     v.error = "out of memory";
     return v;
   }
-  for (const ossl::X509Ptr& anchor : m_anchors) X509_STORE_add_cert(store.get(), anchor.get());
-  for (const auto& crl : m_crls) X509_STORE_add_crl(store.get(), crl.get());
+  for (const ossl::X509Ptr& anchor : m_material->anchors) X509_STORE_add_cert(store.get(), anchor.get());
+  for (const auto& crl : m_material->crls) X509_STORE_add_crl(store.get(), crl.get());
   for (X509* cert : intermediates)
     if (cert) sk_X509_push(untrusted.get(), cert);
   if (X509_STORE_CTX_init(ctx.get(), store.get(), signer, untrusted.get()) != 1) {
@@ -145,7 +159,7 @@ TrustStore::Verdict TrustStore::verify(X509* signer, const std::vector<X509*>& i
   }
   X509_VERIFY_PARAM* param = X509_STORE_CTX_get0_param(ctx.get());
   unsigned long flags = X509_V_FLAG_PARTIAL_CHAIN;  // an anchor need not be self-signed
-  if (!m_crls.empty()) {
+  if (!m_material->crls.empty()) {
     flags |= X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL;
     X509_STORE_CTX_set_verify_cb(ctx.get(), ignoreMissingCrl);
   }

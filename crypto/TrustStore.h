@@ -8,19 +8,25 @@
 #include <string>
 #include <vector>
 
-#include "crypto/OsslPtr.h"
-
 class LogBase;
+// OpenSSL's certificate type, declared here so that this header (reachable from the
+// installed verifier header) needs no OpenSSL headers.
+typedef struct x509_st X509;
 
 class TrustStore {
  public:
+  TrustStore();
+  ~TrustStore();
+  TrustStore(const TrustStore&) = delete;
+  TrustStore& operator=(const TrustStore&) = delete;
+
   // Every certificate of a file (PEM, possibly several, or DER) or of every file of a
   // directory (files that hold no certificate are skipped). Anchors need not be
   // self-signed. False when nothing could be read.
   bool addAnchors(const std::string& fileOrDir, LogBase& log);
   // Every CRL of a file (PEM, possibly several, or DER). False when there is none.
   bool addCrls(const std::string& file, LogBase& log);
-  bool hasAnchors() const { return !m_anchors.empty(); }
+  bool hasAnchors() const;
   void clear();
 
   struct Verdict {
@@ -34,9 +40,6 @@ class TrustStore {
   Verdict verify(X509* signer, const std::vector<X509*>& intermediates, long long atTime) const;
 
  private:
-  struct CrlFree {
-    void operator()(X509_CRL* crl) const { X509_CRL_free(crl); }
-  };
-  std::vector<ossl::X509Ptr> m_anchors;
-  std::vector<std::unique_ptr<X509_CRL, CrlFree>> m_crls;
+  struct Material;  // the anchors and CRLs, as OpenSSL objects
+  std::unique_ptr<Material> m_material;
 };

@@ -1,6 +1,8 @@
 // ClsXmlDSig: creation, destruction and the simple properties of the verifier.
 #include "dsig/ClsXmlDSig.h"
 
+#include "dsig/keys/SignerState.h"
+
 #include <new>
 
 #include "support/ClsXml.h"
@@ -15,7 +17,11 @@ ClsXmlDSig* ClsXmlDSig::createNewCls() {
   }
 }
 
-ClsXmlDSig::ClsXmlDSig() = default;
+ClsXmlDSig::ClsXmlDSig()
+    : m_signerPolicyOwned(std::make_unique<SignerPolicy>()),
+      m_signerResultOwned(std::make_unique<SignerResult>()),
+      m_signerPolicy(*m_signerPolicyOwned),
+      m_signerResult(*m_signerResultOwned) {}
 
 ClsXmlDSig::~ClsXmlDSig() {
   try {

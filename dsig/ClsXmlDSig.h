@@ -5,6 +5,8 @@
 // after itself, never throws, and explains a failure in the log.
 #pragma once
 
+#include <memory>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,7 +14,6 @@
 
 #include "dsig/SystemCertsHolder.h"
 #include "dsig/_clsXmlDSigBase.h"
-#include "dsig/keys/SignerState.h"
 #include "support/DataBuffer.h"
 #include "support/ExtPtrArray.h"
 #include "support/RefCountedObject.h"
@@ -33,6 +34,11 @@ class DSigRefExternalData;
 class StreamedDigest;
 class StringHashSet;
 class XmlSigLocate;
+
+// The signer policy and result, kept behind pointers so that this header needs no
+// OpenSSL headers.
+struct SignerPolicy;
+struct SignerResult;
 
 class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
  public:
@@ -130,8 +136,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // default (a verified signature time-stamp's time, else the time of verification).
   bool SetValidationTime(const XString& isoUtc);
   // Results of the chain check of the last VerifySignature.
-  bool get_TrustChecked() const { return m_signerResult.trustChecked; }
-  bool get_Trusted() const { return m_signerResult.trusted; }
+  bool get_TrustChecked() const;
+  bool get_Trusted() const;
   bool GetTrustChain(ClsStringArray& subjects);
   void get_TrustError(XString& out);
   void get_ValidationTime(XString& out);
@@ -306,6 +312,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   int64_t m_maxCanonicalBytes = 32LL * 1024 * 1024;
   int64_t m_canonicalBytesUsed = 0;  // by the verification under way
   std::string m_limitExceeded;       // the message of the last limit exceeded
-  SignerPolicy m_signerPolicy;
-  SignerResult m_signerResult;
+  std::unique_ptr<SignerPolicy> m_signerPolicyOwned;
+  std::unique_ptr<SignerResult> m_signerResultOwned;
+  SignerPolicy& m_signerPolicy;  // *m_signerPolicyOwned
+  SignerResult& m_signerResult;  // *m_signerResultOwned
 };

@@ -18,6 +18,7 @@
 #include "crypto/ClsPublicKey.h"
 #include "dsig/AlgorithmTables.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/keys/SignerState.h"
 #include "dsig/DocumentFamilyMarkers.h"
 #include "dsig/RsaPssParams.h"
 #include "dsig/reference/DSigReference.h"

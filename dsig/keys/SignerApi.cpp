@@ -4,6 +4,7 @@
 #include "crypto/CertSummary.h"
 #include "crypto/ClsPublicKey.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/keys/SignerState.h"
 #include "support/ClsStringArray.h"
 #include "support/LogBase.h"
 #include "support/XString.h"
@@ -154,3 +155,6 @@ void ClsXmlDSig::get_ValidationTimeSource(XString& out) {
   CritSecExitor lock(*this);
   out.setFromUtf8(m_signerResult.validationTimeSource.c_str());
 }
+
+bool ClsXmlDSig::get_TrustChecked() const { return m_signerResult.trustChecked; }
+bool ClsXmlDSig::get_Trusted() const { return m_signerResult.trusted; }

@@ -6,11 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "crypto/OsslPtr.h"
 #include "crypto/CertRecord.h"
 #include "crypto/CertSummary.h"
 #include "crypto/ClsPublicKey.h"
 #include "crypto/SystemCerts.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/keys/SignerState.h"
 #include "dsig/xades/SigningCertificateBinding.h"
 #include "support/ClsStringArray.h"
 #include "support/ClsXml.h"

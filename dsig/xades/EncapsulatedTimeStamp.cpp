@@ -7,6 +7,7 @@
 #include "crypto/CertSummary.h"
 #include "crypto/_btHash.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/keys/SignerState.h"
 #include "dsig/xades/Pkcs7Message.h"
 #include "support/ClsHttp.h"
 #include "support/ClsXml.h"
