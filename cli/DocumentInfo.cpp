@@ -4,6 +4,10 @@
 #include <memory>
 
 #include "cli/VerifierSetup.h"
+#include "crypto/CertSummary.h"
+#include "support/ClsStringArray.h"
+#include "support/ContentCoding.h"
+#include "support/DataBuffer.h"
 #include "dsig/ClsXmlDSig.h"
 #include "support/ClsBinData.h"
 #include "support/ClsXml.h"
@@ -40,6 +44,22 @@ ReferenceInfo describeReference(ClsXml* ref) {
   return r;
 }
 
+std::vector<CertificateInfo> describeCertificates(ClsXmlDSig& d) {
+  std::vector<CertificateInfo> out;
+  LogNull quiet;
+  RcPtr<ClsXml> keyInfo(d.getKeyInfo(quiet));
+  RcPtr<ClsStringArray> texts(ClsStringArray::createNewCls());
+  if (!keyInfo || !texts || !d.certsFromKeyInfo(keyInfo.get(), *texts, quiet)) return out;
+  for (int i = 0; i < texts->get_Count(); ++i) {
+    const std::string text = texts->getStringUtf8(i);
+    DataBuffer der;
+    certsummary::Summary s;
+    if (!ContentCoding::decodeBase64ToDb(text.data(), text.size(), der) || !certsummary::summarize(der, s)) continue;
+    out.push_back({s.subject, s.issuer, s.notBefore, s.notAfter});
+  }
+  return out;
+}
+
 SignatureInfo describeSignature(ClsXmlDSig& d, int index) {
   d.put_Selector(index);
   SignatureInfo s;
@@ -62,6 +82,7 @@ SignatureInfo describeSignature(ClsXmlDSig& d, int index) {
     RcPtr<ClsXml> ref(d.getReference(i, quiet));
     if (ref) s.references.push_back(describeReference(ref.get()));
   }
+  s.certificates = describeCertificates(d);
   return s;
 }
 

@@ -18,6 +18,11 @@ struct ReferenceInfo {
   std::vector<std::string> transforms;
 };
 
+// A certificate the signature carries or references (KeyInfo, tokens, the --cert store).
+struct CertificateInfo {
+  std::string subject, issuer, notBefore, notAfter;
+};
+
 struct SignatureInfo {
   int index = 0;
   std::string id;
@@ -27,6 +32,7 @@ struct SignatureInfo {
   std::string signatureMethod;
   bool hasSignedInfo = false;
   std::vector<ReferenceInfo> references;
+  std::vector<CertificateInfo> certificates;
 };
 
 struct DocumentInfo {

@@ -39,6 +39,8 @@ std::vector<ordered_json> verdictJson(const DocumentVerdict& f, const VerifyRequ
       j["failure"] = s.failure;
       j["reason"] = s.reason;
     }
+    j["signer"] = signerJson(s.signer);
+    j["trust"] = trustJson(s.signer);
     ordered_json refs = ordered_json::array();
     for (const ReferenceOutcome& r : s.references)
       refs.push_back({{"index", r.index}, {"uri", r.uri}, {"external", r.external}, {"status", r.status}});
@@ -81,6 +83,10 @@ ordered_json infoJson(const DocumentInfo& f) {
                       {"transforms", r.transforms}});
     }
     js["references"] = refs;
+    ordered_json certs = ordered_json::array();
+    for (const CertificateInfo& c : s.certificates)
+      certs.push_back({{"subject", c.subject}, {"issuer", c.issuer}, {"notBefore", c.notBefore}, {"notAfter", c.notAfter}});
+    js["certificates"] = certs;
     sigs.push_back(js);
   }
   j["signatures"] = sigs;

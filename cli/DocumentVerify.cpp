@@ -212,7 +212,7 @@ DocumentVerdict verifyLoaded(const VerifyRequest& req, const std::string& name, 
   DocumentVerdict res;
   res.name = name;
   std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(req, name, std::move(bytes), res.error, &res.log);
-  if (!dsig) return res;
+  if (!dsig || !applySignerPolicy(*dsig, req, res.error)) return res;
   res.warnings = familyOptionWarnings(describeFamily(*dsig), req.options);
   res.numSignatures = dsig->get_NumSignatures();
   std::vector<int> indexes;
@@ -230,7 +230,9 @@ DocumentVerdict verifyLoaded(const VerifyRequest& req, const std::string& name, 
     // Keys and external data belong to the selected signature: supply them after selecting.
     applyRefData(*dsig, req);
     if (!supplyKeys(*dsig, req, res.error)) return res;
-    res.signatures.push_back(verifySelected(*dsig, req, name));
+    SignatureVerdict s = verifySelected(*dsig, req, name);
+    s.signer = signerReport(*dsig);  // after the reason and log: its calls start logs of their own
+    res.signatures.push_back(std::move(s));
   }
   res.loaded = true;
   return res;

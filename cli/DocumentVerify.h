@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/SignerReport.h"
 #include "cli/VerifyRequest.h"
 
 namespace cli {
@@ -35,6 +36,7 @@ struct SignatureVerdict {
   std::string reason;
   std::string log;      // the verifier's text log, with req.log
   std::string logJson;  // the same log as a JSON document, with req.log
+  SignerReport signer;   // the key that verified and the trust decision
 };
 
 struct DocumentVerdict {

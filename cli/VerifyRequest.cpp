@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "cli/UncommonOptions.h"
+#include "crypto/CertSummary.h"
 
 namespace cli {
 
@@ -64,6 +65,16 @@ bool applyLimits(VerifyRequest& r, const Values& v, std::string& error) {
   return true;
 }
 
+bool applyValidationTime(VerifyRequest& r, const Values& v, std::string& error) {
+  long long unused = 0;
+  if (!certsummary::parseUtcTime(v.back(), unused)) {
+    error = "--at expects an ISO 8601 UTC time such as 2025-03-01T12:00:00Z, not '" + v.back() + "'";
+    return false;
+  }
+  r.validationTime = v.back();
+  return true;
+}
+
 struct Row {
   const char* option;  // long name of the OptionSpec
   Apply apply;
@@ -80,6 +91,10 @@ const Row kRows[] = {
     {"hmac-encoding", [](VerifyRequest& r, const Values& v, std::string&) { r.hmacEncoding = v.back(); return true; }},
     {"cert", [](VerifyRequest& r, const Values& v, std::string&) { r.certFiles = v; return true; }},
     {"cert-dir", [](VerifyRequest& r, const Values& v, std::string&) { r.certDirs = v; return true; }},
+    {"signer", [](VerifyRequest& r, const Values& v, std::string&) { r.signerFiles = v; return true; }},
+    {"trust", [](VerifyRequest& r, const Values& v, std::string&) { r.trustPaths = v; return true; }},
+    {"crl", [](VerifyRequest& r, const Values& v, std::string&) { r.crlFiles = v; return true; }},
+    {"at", applyValidationTime},
     {"ref-data", applyRefData},
     {"external-dir", [](VerifyRequest& r, const Values& v, std::string&) { r.externalDirs = v; return true; }},
     {"ignore-external", [](VerifyRequest& r, const Values&, std::string&) { r.ignoreExternal = true; return true; }},

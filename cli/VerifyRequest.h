@@ -26,6 +26,12 @@ struct VerifyRequest {
   std::vector<std::string> certFiles;
   std::vector<std::string> certDirs;
 
+  // What the signer must be: pinned keys, trust anchors with CRLs and a validation time.
+  std::vector<std::string> signerFiles;
+  std::vector<std::string> trustPaths;
+  std::vector<std::string> crlFiles;
+  std::string validationTime;  // ISO 8601 UTC, as given
+
   // External data: by reference index, and directories searched by file name.
   std::map<int, std::string> refData;
   std::vector<std::string> externalDirs;

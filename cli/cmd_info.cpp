@@ -88,6 +88,11 @@ std::string toText(const DocumentInfo& f) {
       for (size_t t = 0; t < r.transforms.size(); ++t)
         o << (t == 0 ? "      transforms:      " : "                       ") << orNone(r.transforms[t]) << "\n";
     }
+    for (const CertificateInfo& c : s.certificates) {
+      o << "    certificate:       " << c.subject << "\n";
+      o << "      issuer:          " << c.issuer << "\n";
+      o << "      valid:           " << c.notBefore << " to " << c.notAfter << "\n";
+    }
   }
   return o.str();
 }

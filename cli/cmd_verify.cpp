@@ -55,7 +55,8 @@ const CommandSpec& verifySpec() {
       "verify",
       "verify XML signatures (reference digests and signature value)",
       "[--selector N | --signature-id ID | --all] [--no-references | --references-only] [--key FILE] "
-      "[--hmac-key TEXT [--hmac-encoding ENC]] [--cert FILE]... [--cert-dir DIR]... [--ref-data INDEX=FILE]... "
+      "[--hmac-key TEXT [--hmac-encoding ENC]] [--cert FILE]... [--cert-dir DIR]... [--signer FILE]... "
+      "[--trust FILE|DIR]... [--crl FILE]... [--at TIME] [--ref-data INDEX=FILE]... "
       "[--external-dir DIR]... [--ignore-external] [--limit NAME=N]... [--option KEYWORD]... [--json] [--log] [--verbose] [-j N] "
       "[-o FILE] FILE...",
       "For each FILE (\"-\" reads standard input), verifies one signature (the first, or the one "
@@ -64,7 +65,8 @@ const CommandSpec& verifySpec() {
       "KeyInfo yields (key values, embedded certificates, certificates referenced by issuer and serial, "
       "subject or key identifier and found among --cert/--cert-dir, WS-Security token references), then "
       "the key given with --key, or the HMAC secret of --hmac-key.\n\n"
-      "Prints one line per signature: \"FILE: valid\" or \"FILE: INVALID (reason)\" (FILE#N when the file "
+      "Prints one line per signature: \"FILE: valid\" (followed by \", signer SUBJECT\" when the key that "
+      "verified has a certificate) or \"FILE: INVALID (reason)\" (FILE#N when the file "
       "has several signatures or with --all). The reason names the cause: a digest mismatch (which "
       "reference), external data missing (which URI, and how to supply it), no key found, the wrong key, "
       "an unsupported algorithm (which URI). A FILE that cannot be read or is not well-formed XML (the "
@@ -81,7 +83,10 @@ const CommandSpec& verifySpec() {
       "\"reason\" (when invalid; failure is digest-mismatch, external-data-missing, no-key, wrong-key, "
       "unsupported-algorithm or other), \"references\" (each {\"index\", \"uri\", \"external\", "
       "\"status\"}, status being valid, digest-mismatch, digest-mismatch-not-enforced, "
-      "external-data-missing, skipped-no-external-data, not-checked, ...), \"warnings\", \"log\" (with "
+      "external-data-missing, skipped-no-external-data, not-checked, ...), \"warnings\", \"signer\": {\"source\", \"subject\", \"issuer\", \"serial\", "
+      "\"notBefore\", \"notAfter\", \"sha256\"} (certificate fields when the key has a certificate), "
+      "\"trust\": {\"checked\", \"trusted\", \"chain\", \"validationTime\", \"validationTimeSource\", "
+      "\"error\"}, \"log\" (with "
       "--log: the verifier's structured log)}, or {\"file\", \"error\"} for a file that could not be "
       "read or loaded.\n\n"
       "Option keywords match in any case; an unknown one is a usage error. A family option (ZATCA, "
@@ -90,15 +95,18 @@ const CommandSpec& verifySpec() {
       "With -o FILE the output is written to a temporary file beside FILE and renamed over it once "
       "every input was read; FILE may be one of the inputs. When the command fails (exit status 2) "
       "FILE is left as it was.\n\n"
-      "The verifier does not decide whether the signer is trusted: a valid signature means the signed "
-      "data is intact and was signed with one of the keys tried (see --log --verbose). --key and --cert "
-      "add keys to try; they do not restrict which keys count, so compare the signer with the one you "
-      "expect.\n\n"
+      "Who signed: without --signer or --trust, a valid signature means the signed data is intact and was "
+      "signed with one of the keys tried; the signer is reported, not judged (--key and --cert add keys to "
+      "try, they do not restrict). --signer pins the signer: only those keys are tried, and a signature made "
+      "with any other key is invalid. --trust requires the signer's certificate to chain to an anchor "
+      "(intermediates from KeyInfo, --cert and --cert-dir), every certificate valid at the validation time "
+      "(--at, else the time of a verified signature time-stamp, else now), the signer's key usage allowing "
+      "signatures, and none revoked by a --crl.\n\n"
       "Document families: Saudi ZATCA invoices need --option ZATCA and Malaysian MyInvois documents "
       "--option MYINVOIS; the other families (Chilean SII, Mexican DODA, Polish and Italian health "
       "documents, HL7, SK-XML, SWIFT SAA, ebXML, EBICS, CMA STP) are recognised from the document.",
       {kOptSelector, kOptSignatureId, kOptAll, kOptNoReferences, kOptReferencesOnly, kOptKey, kOptHmacKey,
-       kOptHmacEncoding, kOptCert, kOptCertDir, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon,
+       kOptHmacEncoding, kOptCert, kOptCertDir, kOptSigner, kOptTrust, kOptCrl, kOptAt, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon,
        kOptJson, kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
       "0  every verified signature is valid\n"
       "1  a signature is not valid\n"
@@ -143,7 +151,10 @@ int runVerify(const Args& args) {
           // Every FILE gets a line of its own, also one that could not be read or loaded.
           if (!f.loaded) out.write(f.name + ": ERROR (" + f.error + ")\n");
           const bool numbered = f.numbered(req);
-          for (const SignatureVerdict& s : f.signatures) out.write(label(f, s, numbered) + ": " + verdictText(s) + "\n");
+          for (const SignatureVerdict& s : f.signatures) {
+            const std::string signer = s.valid && !s.signer.subject.empty() ? ", signer " + s.signer.subject : "";
+            out.write(label(f, s, numbered) + ": " + verdictText(s) + signer + "\n");
+          }
         }
         f = DocumentVerdict();
       });

@@ -4,8 +4,6 @@
 // (tests/tools/make_trust_fixtures.sh); the binding cases change corpus documents.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -14,6 +12,7 @@
 
 #include "CorpusCases.h"
 #include "TestSupport.h"
+#include "TrustFixtures.h"
 #include "crypto/ClsPublicKey.h"
 #include "dsig/ClsXmlDSig.h"
 #include "support/ClsStringArray.h"
@@ -22,28 +21,7 @@
 
 namespace {
 
-class TrustFixtures {
- public:
-  TrustFixtures() : dir_(testsupport::makeTempDir("trust-fixtures")) {
-    const std::string script = testsupport::sourceDir() + "/tests/tools/make_trust_fixtures.sh";
-    ok_ = std::system(("bash '" + script + "' '" + dir_ + "/fx' >/dev/null 2>&1").c_str()) == 0;
-  }
-  ~TrustFixtures() {
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
-  }
-  bool ok() const { return ok_; }
-  std::string path(const std::string& name) const { return dir_ + "/fx/" + name; }
-
- private:
-  std::string dir_;
-  bool ok_ = false;
-};
-
-const TrustFixtures& fixtures() {
-  static const TrustFixtures f;
-  return f;
-}
+using trustfixtures::fixtures;
 
 std::string text(XString s) { return s.getUtf8(); }
 
@@ -97,7 +75,7 @@ Outcome run(const std::string& document, const std::string& options) {
 }  // namespace
 
 TEST(SignerTrust, CasesOfTheDataFile) {
-  ASSERT_TRUE(fixtures().ok()) << "make_trust_fixtures.sh failed (needs openssl and xmlsec1)";
+  REQUIRE_TRUST_FIXTURES();
   std::ifstream in(testsupport::sourceDir() + "/tests/dsig/data/signer_trust_cases.tsv");
   int cases = 0;
   for (std::string line; std::getline(in, line);) {
@@ -131,7 +109,7 @@ TEST(SignerTrust, CasesOfTheDataFile) {
 }
 
 TEST(SignerTrust, ValidationTimeIsReportedWithItsSource) {
-  ASSERT_TRUE(fixtures().ok());
+  REQUIRE_TRUST_FIXTURES();
   std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
   XString xml(testsupport::readFile(fixtures().path("expired.xml")).c_str());
   ASSERT_TRUE(dsig->LoadSignature(xml));

@@ -47,8 +47,8 @@ copy_extensions = none
 default_crl_days = 3650
 unique_subject = no
 [ anything ]
-commonName = supplied
 organizationName = optional
+commonName = supplied
 [ ext_ca ]
 basicConstraints = critical, CA:TRUE
 keyUsage = critical, keyCertSign, cRLSign
@@ -82,11 +82,11 @@ selfsigned() {  # name, subject
     -extensions ext_ca -notext -startdate 20190101000000Z -enddate 20361231000000Z >/dev/null 2>&1
 }
 
-selfsigned root "/CN=Trust Fixture Root/O=xmldsig tests"
-selfsigned other "/CN=Unrelated Root/O=xmldsig tests"
+selfsigned root "/O=xmldsig tests/CN=Trust Fixture Root"
+selfsigned other "/O=xmldsig tests/CN=Unrelated Root"
 mv other.pem other-root.pem
-newkey inter && csr inter "/CN=Trust Fixture Issuing CA/O=xmldsig tests" && issue inter root ext_ca -startdate 20190101000000Z -enddate 20361231000000Z
-for n in leaf expired noku revoked; do newkey "$n"; csr "$n" "/CN=Signer $n/O=xmldsig tests"; done
+newkey inter && csr inter "/O=xmldsig tests/CN=Trust Fixture Issuing CA" && issue inter root ext_ca -startdate 20190101000000Z -enddate 20361231000000Z
+for n in leaf expired noku revoked; do newkey "$n"; csr "$n" "/O=xmldsig tests/CN=Signer $n"; done
 issue leaf inter ext_signer -days 365
 issue expired inter ext_signer -startdate 20200101000000Z -enddate 20200201000000Z
 issue noku inter ext_noku -days 365
