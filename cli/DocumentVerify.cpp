@@ -160,6 +160,16 @@ void explainFailure(ClsXmlDSig& d, const VerifyRequest& req, SignatureVerdict& s
     s.failure = "other";
     return;
   }
+  // The signer checks come after the signature value: when they refused the signer, the
+  // verifier's own reason (which key, which chain error) is the one to show.
+  if (d.get_TrustChecked() && !d.get_Trusted()) {
+    s.failure = "untrusted-signer";
+    return;
+  }
+  if (d.get_NumPinnedSigners() > 0 && known->keyType != dsig_algorithms::KeyType::Hmac) {
+    s.failure = "signer-not-pinned";
+    return;
+  }
   if (known->keyType == dsig_algorithms::KeyType::Hmac) {
     if (!req.hasHmacKey) {
       s.failure = "no-key";

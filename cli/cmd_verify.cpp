@@ -81,7 +81,7 @@ const CommandSpec& verifySpec() {
       "\"referencesChecked\" (false with --no-references), \"referenceDigestsEnforced\" (false with "
       "AllowXmlDigestError), \"refFailReason\" (of the last reference checked), \"failure\" and "
       "\"reason\" (when invalid; failure is digest-mismatch, external-data-missing, no-key, wrong-key, "
-      "unsupported-algorithm or other), \"references\" (each {\"index\", \"uri\", \"external\", "
+      "unsupported-algorithm, untrusted-signer, signer-not-pinned or other), \"references\" (each {\"index\", \"uri\", \"external\", "
       "\"status\"}, status being valid, digest-mismatch, digest-mismatch-not-enforced, "
       "external-data-missing, skipped-no-external-data, not-checked, ...), \"warnings\", \"signer\": {\"source\", \"subject\", \"issuer\", \"serial\", "
       "\"notBefore\", \"notAfter\", \"sha256\"} (certificate fields when the key has a certificate), "
