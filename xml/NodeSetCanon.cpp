@@ -11,6 +11,17 @@ namespace xml {
 
 namespace {
 
+// Namespace declarations (prefix, URI) in canonical form, in the order given.
+void appendNamespaceDeclarations(std::string& out, const std::vector<std::pair<std::string, std::string>>& ns) {
+  for (const auto& n : ns) {
+    out += n.first.empty() ? " xmlns" : " xmlns:";
+    out += n.first;
+    out += "=\"";
+    appendEscapedAttribute(out, n.second);
+    out += '"';
+  }
+}
+
 constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
 
 struct UriParts {
@@ -329,13 +340,7 @@ class Writer {
         ns.emplace_back(n.name, n.value);
       }
     }
-    for (const auto& n : ns) {
-      m_out += n.first.empty() ? " xmlns" : " xmlns:";
-      m_out += n.first;
-      m_out += "=\"";
-      appendEscapedAttribute(m_out, n.second);
-      m_out += '"';
-    }
+    appendNamespaceDeclarations(m_out, ns);
     std::vector<uint32_t> attrs;
     for (uint32_t k = el.firstAttribute; k < el.firstAttribute + el.numAttributes; ++k)
       if (inSet(k)) attrs.push_back(k);
@@ -385,13 +390,7 @@ class Writer {
 
       m_out += '<';
       m_out += el.name;
-      for (const auto& n : ns) {
-        m_out += n.first.empty() ? " xmlns" : " xmlns:";
-        m_out += n.first;
-        m_out += "=\"";
-        appendEscapedAttribute(m_out, n.second);
-        m_out += '"';
-      }
+      appendNamespaceDeclarations(m_out, ns);
       for (const Attr& a : attrs) {
         m_out += ' ';
         m_out += a.name;
