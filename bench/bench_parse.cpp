@@ -12,7 +12,7 @@
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 #include "support/StringBuffer.h"
-#include "xml/XmlScanner.h"
+#include "support/xml/XmlScanner.h"
 
 namespace {
 

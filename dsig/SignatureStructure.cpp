@@ -11,9 +11,9 @@
 #include "dsig/reference/DSigReference.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
-#include "xml/XmlScanner.h"
+#include "support/xml/XmlScanner.h"
 #include "xml/XmlSigLocate.h"
-#include "xml/XmlTree.h"
+#include "support/xml/XmlTree.h"
 
 namespace {
 

@@ -29,7 +29,7 @@
 #include "support/LogBase.h"
 #include "xml/XmlCanon.h"
 #include "xml/XmlSigLocate.h"
-#include "xml/XmlTree.h"
+#include "support/xml/XmlTree.h"
 
 namespace {
 

@@ -20,8 +20,8 @@
 #include "support/LogBase.h"
 #include "support/RefCountedObject.h"
 #include "support/XString.h"
-#include "xml/XmlScanner.h"
-#include "xml/XmlTree.h"
+#include "support/xml/XmlScanner.h"
+#include "support/xml/XmlTree.h"
 
 namespace fuzz_verify {
 

@@ -10,7 +10,7 @@
 #include "support/LogBase.h"
 #include "support/StringBuffer.h"
 #include "xml/XmlCanon.h"
-#include "xml/XmlTree.h"
+#include "support/xml/XmlTree.h"
 
 namespace fuzz_xmlcanon {
 

@@ -10,8 +10,8 @@
 
 #include "support/LogBase.h"
 #include "support/XString.h"
-#include "xml/XmlScanner.h"
-#include "xml/XmlTree.h"
+#include "support/xml/XmlScanner.h"
+#include "support/xml/XmlTree.h"
 
 using xml::XmlNode;
 using xml::XmlTree;

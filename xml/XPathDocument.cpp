@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "xml/XmlCanonEscape.h"
-#include "xml/XmlScanner.h"
+#include "support/xml/XmlScanner.h"
 
 namespace xml {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "xml/NamespaceStack.h"
-#include "xml/XmlScanner.h"
+#include "support/xml/XmlScanner.h"
 
 namespace xml {
 

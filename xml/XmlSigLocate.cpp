@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "support/LogBase.h"
-#include "xml/XmlScanner.h"
+#include "support/xml/XmlScanner.h"
 
 namespace {
 

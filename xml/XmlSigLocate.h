@@ -6,7 +6,7 @@
 #include <cstddef>
 
 #include "support/StringBuffer.h"
-#include "xml/XmlDtd.h"
+#include "support/xml/XmlDtd.h"
 
 class LogBase;
 

@@ -13,7 +13,7 @@
 #include "dsig/transform/TransformAlgorithms.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
-#include "xml/XmlTree.h"
+#include "support/xml/XmlTree.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 #include "xml/XmlCanon.h"
-#include "xml/XmlTree.h"
+#include "support/xml/XmlTree.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 
 #include "CorpusCases.h"
 #include "TestSupport.h"
-#include "xml/XmlScanner.h"
+#include "support/xml/XmlScanner.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "SupportTestHelpers.h"
 #include "support/XString.h"
-#include "xml/XmlScanner.h"
+#include "support/xml/XmlScanner.h"
 
 using supporttest::loadTree;
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "xml/XmlScanner.h"
+#include "support/xml/XmlScanner.h"
 
 using xml::XmlScanner;
 using xml::XmlToken;

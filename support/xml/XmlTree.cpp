@@ -1,4 +1,4 @@
-#include "xml/XmlTree.h"
+#include "support/xml/XmlTree.h"
 
 #include <cstring>
 #include <limits>
@@ -7,7 +7,7 @@
 #include <emmintrin.h>
 #endif
 
-#include "xml/XmlScanner.h"
+#include "support/xml/XmlScanner.h"
 
 namespace xml {
 

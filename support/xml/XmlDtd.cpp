@@ -2,7 +2,7 @@
 // general entities (internal ones with their replacement text, external ones flagged),
 // parameter entities (recorded, never expanded) and attribute-list declarations.
 // ELEMENT and NOTATION declarations, comments and processing instructions are skipped.
-#include "xml/XmlDtd.h"
+#include "support/xml/XmlDtd.h"
 
 #include <cstring>
 

@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "xml/XmlDtd.h"
+#include "support/xml/XmlDtd.h"
 
 namespace xml {
 

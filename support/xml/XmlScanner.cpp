@@ -2,7 +2,7 @@
 // spans. Text runs are crossed 16 bytes at a time and other searches go through memchr, so
 // that long runs are crossed at memory speed; nothing is allocated per token except growth
 // of the token's reused attribute vector.
-#include "xml/XmlScanner.h"
+#include "support/xml/XmlScanner.h"
 
 #include <cstring>
 
