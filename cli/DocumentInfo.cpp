@@ -9,7 +9,6 @@
 #include "support/ContentCoding.h"
 #include "support/DataBuffer.h"
 #include "dsig/ClsXmlDSig.h"
-#include "support/ClsBinData.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 
@@ -90,15 +89,13 @@ DocumentInfo inspectLoaded(const VerifyRequest& req, const std::string& name, st
   DocumentInfo info;
   info.name = name;
   std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
-  RcPtr<ClsBinData> data(ClsBinData::createNewCls());
-  if (!dsig || !data || !data->AppendBinary(bytes.data(), bytes.size())) {
+  if (!dsig) {
     info.error = "out of memory";
     return info;
   }
-  bytes = std::string();
   configureVerifier(*dsig, req);
 
-  info.loaded = dsig->LoadSignatureBd(*data);
+  info.loaded = dsig->loadSignatureOwned(bytes);
   if (req.log) {
     info.log = logForStderr(*dsig, name);
     info.logJson = dsig->m_log.renderJson();

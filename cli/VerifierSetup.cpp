@@ -3,7 +3,6 @@
 #include "crypto/ClsPublicKey.h"
 #include "crypto/ClsXmlCertVault.h"
 #include "dsig/ClsXmlDSig.h"
-#include "support/ClsBinData.h"
 #include "support/RefCountedObject.h"
 #include "support/XString.h"
 
@@ -39,12 +38,10 @@ void configureVerifier(ClsXmlDSig& dsig, const VerifyRequest& req) {
 std::unique_ptr<ClsXmlDSig> loadVerifier(const VerifyRequest& req, const std::string& name, std::string bytes,
                                          std::string& error, std::string* logOut) {
   std::unique_ptr<ClsXmlDSig> dsig(ClsXmlDSig::createNewCls());
-  RcPtr<ClsBinData> data(ClsBinData::createNewCls());
-  if (!dsig || !data || !data->AppendBinary(bytes.data(), bytes.size())) {
+  if (!dsig) {
     error = "out of memory";
     return nullptr;
   }
-  bytes = std::string();
   configureVerifier(*dsig, req);
   std::string dirs;
   for (const std::string& dir : req.externalDirs) dirs += dir + ";";
@@ -53,7 +50,9 @@ std::unique_ptr<ClsXmlDSig> loadVerifier(const VerifyRequest& req, const std::st
   if (req.maxReferences > 0) dsig->put_MaxReferences(req.maxReferences);
   if (req.maxTransforms > 0) dsig->put_MaxTransforms(req.maxTransforms);
   if (req.maxCanonicalBytes > 0) dsig->put_MaxCanonicalBytes(req.maxCanonicalBytes);
-  if (!dsig->LoadSignatureBd(*data)) {
+  // The bytes move into the verifier, which keeps them as the document text: a large
+  // document is held once.
+  if (!dsig->loadSignatureOwned(bytes)) {
     // Loading fails only where the text is not XML the parser accepts; its message
     // says where (line and column).
     const std::string where = dsig->lastErrorLine();

@@ -147,6 +147,10 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // ---- loading and selection ----
   bool loadSignature(XString& xml, LogBase& log);
   bool loadSignatureBd(ClsBinData& xml, LogBase& log);
+  // LoadSignatureBd for bytes the caller hands over (moved in, emptied): converted to UTF-8
+  // where they lie and kept as the document text, so a large file is held once.
+  bool loadSignatureOwned(std::string& bytes);
+  bool loadTree(LogBase& log);  // the tree over m_xmlSb and its signatures
   bool selectBySignatureId(const StringBuffer& id, LogBase& log);
   bool selectedSignatureId(StringBuffer& out, LogBase& log);
   ClsXml* getReference(int index, LogBase& log);  // new handle or null

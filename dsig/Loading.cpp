@@ -63,14 +63,7 @@ bool ClsXmlDSig::loadSignature(XString& xml, LogBase& log) {
   m_xmlSb.setString(xml.getUtf8Sb());
   // Detection clears m_noSortBugRetry again; the verification sets it for itself.
   detectSpecial(m_xmlSb, log);
-
-  m_xmlRoot = ClsXml::createNewCls();
-  if (!m_xmlRoot) return false;
-  if (!m_xmlRoot->loadXmlBorrowed(m_xmlSb, log)) return false;
-
-  m_xmlRoot->findSignatures(m_signatures, log);
-  // A document without signatures still loads; NumSignatures tells the caller.
-  return true;
+  return loadTree(log);
 }
 
 // Bytes in any encoding. The ZATCA and MyInvois modes are not re-read from the options:
@@ -86,13 +79,30 @@ bool ClsXmlDSig::loadSignatureBd(ClsBinData& xml, LogBase& log) {
   // Also on failure, so that no flag describes the previous document.
   detectSpecial(m_xmlSb, log);
   if (!converted) return false;
+  return loadTree(log);
+}
 
+// A document without signatures still loads; NumSignatures tells the caller.
+bool ClsXmlDSig::loadTree(LogBase& log) {
   m_xmlRoot = ClsXml::createNewCls();
   if (!m_xmlRoot) return false;
   if (!m_xmlRoot->loadXmlBorrowed(m_xmlSb, log)) return false;
 
   m_xmlRoot->findSignatures(m_signatures, log);
   return true;
+}
+
+bool ClsXmlDSig::loadSignatureOwned(std::string& bytes) {
+  OperationFrame frame(*this, "LoadSignatureBd", true);
+  releaseDocument(m_xmlRoot, m_signatures, m_selector);
+  std::string text = std::move(bytes);
+  bytes.clear();
+  const bool converted = convertXmlTextToUtf8(text, m_log);
+  m_xmlSb.clear();
+  if (converted) m_xmlSb.takeString(std::move(text));
+  detectSpecial(m_xmlSb, m_log);
+  if (!converted) return false;
+  return loadTree(m_log);
 }
 
 // ---- selection ----

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -54,3 +55,7 @@ class DataBuffer {
  private:
   std::vector<unsigned char> m_bytes;
 };
+
+// The same conversion for XML text held in a std::string (text already in UTF-8 is only
+// checked, not copied).
+bool convertXmlTextToUtf8(std::string& text, LogBase& log);

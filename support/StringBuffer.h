@@ -44,6 +44,7 @@ class StringBuffer {
   void setString(std::string_view text) { m_s.assign(text.data(), text.size()); }
   void takeSb(StringBuffer& other);       // moves other's bytes here, leaving it empty
   void takeFromDb(DataBuffer& db);        // moves the bytes of db here, leaving it empty
+  void takeString(std::string&& text) noexcept { m_s = std::move(text); }
   void reserve(size_t n) { m_s.reserve(n); }
 
   // --- append / prepend (false only when memory is exhausted) ---

@@ -68,10 +68,15 @@ void logBadBytes(LogBase& log, const char* how, const std::string& encoding, siz
 
 }  // namespace
 
-bool DataBuffer::convertXmlToUtf8(LogBase& log) {
+namespace {
+
+// The conversion works on the container holding the bytes (a DataBuffer's vector or a
+// std::string), so that text already in UTF-8 is checked where it lies, never copied.
+template <typename Bytes>
+bool convertToUtf8(Bytes& bytes, LogBase& log) {
   try {
-    const unsigned char* p = getData2();
-    const size_t n = getSize();
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(bytes.data());
+    const size_t n = bytes.size();
 
     // 1. A byte-order mark, or the zero bytes of ASCII characters in UTF-16/32 text.
     const char* wide = nullptr;
@@ -86,7 +91,7 @@ bool DataBuffer::convertXmlToUtf8(LogBase& log) {
         logBadBytes(log, "detected", "UTF-8", bad + 3);
         return false;
       }
-      m_bytes.erase(m_bytes.begin(), m_bytes.begin() + 3);
+      bytes.erase(bytes.begin(), bytes.begin() + 3);
       return true;
     } else if (startsWith(p, n, "\xFF\xFE", 2)) {
       wide = "UTF-16LE", skip = 2;
@@ -108,7 +113,7 @@ bool DataBuffer::convertXmlToUtf8(LogBase& log) {
         logBadBytes(log, "detected", wide, failAt + skip);
         return false;
       }
-      m_bytes.assign(out.begin(), out.end());
+      bytes.assign(out.begin(), out.end());
       return true;
     }
 
@@ -139,9 +144,9 @@ bool DataBuffer::convertXmlToUtf8(LogBase& log) {
       }
       // No encoding declared and not UTF-8: the usual cause is a Windows editor's ANSI text.
       std::string out;
-      repairUtf8AsWindows1252(view(), out);
+      repairUtf8AsWindows1252(std::string_view(reinterpret_cast<const char*>(p), n), out);
       log.LogInfo("No encoding declared and the bytes are not valid UTF-8; converting them from Windows-1252.");
-      m_bytes.assign(out.begin(), out.end());
+      bytes.assign(out.begin(), out.end());
       return true;
     }
 
@@ -153,10 +158,16 @@ bool DataBuffer::convertXmlToUtf8(LogBase& log) {
       logBadBytes(log, "declared", declared, failAt);
       return false;
     }
-    m_bytes.assign(out.begin(), out.end());
+    bytes.assign(out.begin(), out.end());
     return true;
   } catch (const std::bad_alloc&) {
     log.LogError("Out of memory converting the XML to UTF-8.");
     return false;
   }
 }
+
+}  // namespace
+
+bool DataBuffer::convertXmlToUtf8(LogBase& log) { return convertToUtf8(m_bytes, log); }
+
+bool convertXmlTextToUtf8(std::string& text, LogBase& log) { return convertToUtf8(text, log); }
