@@ -100,6 +100,14 @@ bool supplyKeys(ClsXmlDSig& dsig, const VerifyRequest& req, std::string& error) 
     }
     dsig.SetPublicKey(*key);
   }
+  for (const auto& [name, file] : req.namedKeys) {
+    RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
+    if (!key || !key->LoadFromFile(XString(file.c_str()))) {
+      error = "cannot load the key or certificate '" + file + "' named '" + name + "'";
+      return false;
+    }
+    dsig.AddNamedPublicKey(XString(name.c_str()), *key);
+  }
   if (req.hasHmacKey) {
     XString secret(req.hmacKey.c_str());
     XString encoding(req.hmacEncoding.c_str());

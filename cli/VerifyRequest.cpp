@@ -65,6 +65,30 @@ bool applyLimits(VerifyRequest& r, const Values& v, std::string& error) {
   return true;
 }
 
+// --key FILE (one key for every signature) or --key NAME=FILE (a key for the signatures
+// whose KeyName is NAME). A path with a '/' before its first '=' is a file, so a file whose
+// name holds '=' can still be given as ./NAME.
+bool applyKeys(VerifyRequest& r, const Values& v, std::string& error) {
+  for (const std::string& value : v) {
+    const size_t eq = value.find('=');
+    const bool named = eq != std::string::npos && eq > 0 && value.find('/') > eq;
+    if (named) {
+      if (eq + 1 == value.size()) {
+        error = "--key " + value + " names no file";
+        return false;
+      }
+      r.namedKeys.emplace_back(value.substr(0, eq), value.substr(eq + 1));
+    } else if (!r.keyFile.empty()) {
+      error = "--key FILE given twice ('" + r.keyFile + "', '" + value +
+              "'): one key serves every signature; name the others with --key NAME=FILE";
+      return false;
+    } else {
+      r.keyFile = value;
+    }
+  }
+  return true;
+}
+
 bool applyValidationTime(VerifyRequest& r, const Values& v, std::string& error) {
   long long unused = 0;
   if (!certsummary::parseUtcTime(v.back(), unused)) {
@@ -86,7 +110,7 @@ const Row kRows[] = {
     {"signature-id", [](VerifyRequest& r, const Values& v, std::string&) { r.signatureId = v.back(); return true; }},
     {"all", [](VerifyRequest& r, const Values&, std::string&) { r.all = true; return true; }},
     {"no-references", [](VerifyRequest& r, const Values&, std::string&) { r.noReferences = true; return true; }},
-    {"key", [](VerifyRequest& r, const Values& v, std::string&) { r.keyFile = v.back(); return true; }},
+    {"key", applyKeys},
     {"hmac-key", [](VerifyRequest& r, const Values& v, std::string&) { r.hmacKey = v.back(); r.hasHmacKey = true; return true; }},
     {"hmac-encoding", [](VerifyRequest& r, const Values& v, std::string&) { r.hmacEncoding = v.back(); return true; }},
     {"cert", [](VerifyRequest& r, const Values& v, std::string&) { r.certFiles = v; return true; }},

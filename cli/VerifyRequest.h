@@ -5,6 +5,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/Args.h"
@@ -20,6 +21,8 @@ struct VerifyRequest {
 
   // Keys and certificates tried after the ones the signature's KeyInfo yields.
   std::string keyFile;
+  // Keys by name (--key NAME=FILE): tried for a signature whose KeyInfo has that KeyName.
+  std::vector<std::pair<std::string, std::string>> namedKeys;
   std::string hmacKey;
   bool hasHmacKey = false;  // an empty secret is still a secret
   std::string hmacEncoding = "ascii";

@@ -20,9 +20,10 @@ const OptionSpec kOptNoReferences{"no-references", '\0', false, false, "",
                                   "Check only the signature value over SignedInfo, not the reference digests."};
 const OptionSpec kOptReferencesOnly{"references-only", '\0', false, false, "",
                                     "Check only the reference digests and print each one (as `xmldsig refs`)."};
-const OptionSpec kOptKey{"key", '\0', true, false, "FILE",
+const OptionSpec kOptKey{"key", '\0', true, true, "[NAME=]FILE",
                          "A public key or certificate (PEM or DER) to verify with, after the keys the "
-                         "signature's KeyInfo yields."};
+                         "signature's KeyInfo yields. NAME=FILE: only for a signature whose KeyInfo has "
+                         "KeyName NAME; may be repeated."};
 const OptionSpec kOptHmacKey{"hmac-key", '\0', true, false, "TEXT", "The secret of an HMAC signature."};
 const OptionSpec kOptHmacEncoding{"hmac-encoding", '\0', true, false, "ENC",
                                   "How --hmac-key is written: ascii (default), hex, base64, ..."};

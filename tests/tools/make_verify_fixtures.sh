@@ -17,6 +17,7 @@
 #   pss-params-other-salt.xml, pss-params-other-mgf.xml   the same SignedInfo signed with
 #                    salt 32, or with MGF1-SHA-256: values that do not match the parameters
 #   pss-params-trailer2.xml  RSAPSSParams with TrailerField 2, signed as pss-params.xml
+#   keyname.xml      enveloped, KeyInfo holding only KeyName "invoice-key"
 #   unknown-c14n.xml as pkcs1.xml with an unknown CanonicalizationMethod, re-signed (inclusive)
 #   hmac.xml         enveloped, hmac-sha256 with the secret
 #   hmac-truncated.xml   as hmac.xml with HMACOutputLength 128
@@ -167,7 +168,12 @@ cat > id-ref-incl.tmpl <<XML
 <Doc xmlns:t="urn:types"><Data Id="d1"><Amount>100.00</Amount><Kind>t:Gross</Kind></Data><ds:Signature xmlns:ds="$DS" Id="sig-1"><ds:SignedInfo><ds:CanonicalizationMethod Algorithm="$C14N"/><ds:SignatureMethod Algorithm="$RSA256"/><ds:Reference URI="#d1"><ds:Transforms><ds:Transform Algorithm="$C14N"/></ds:Transforms><ds:DigestMethod Algorithm="$SHA256"/><ds:DigestValue/></ds:Reference></ds:SignedInfo><ds:SignatureValue/></ds:Signature></Doc>
 XML
 sign id-ref-incl.xml id-ref-incl.tmpl --privkey-pem rsa.pem --id-attr:Id Data
+# ---- a KeyInfo that only names the key ----
+cat > keyname.tmpl <<XML
+<Invoice><ID>INV-2</ID><ds:Signature xmlns:ds="$DS"><ds:SignedInfo><ds:CanonicalizationMethod Algorithm="$EXC"/><ds:SignatureMethod Algorithm="$RSA256"/><ds:Reference URI=""><ds:Transforms><ds:Transform Algorithm="$ENVELOPED"/></ds:Transforms><ds:DigestMethod Algorithm="$SHA256"/><ds:DigestValue/></ds:Reference></ds:SignedInfo><ds:SignatureValue/><ds:KeyInfo><ds:KeyName/></ds:KeyInfo></ds:Signature></Invoice>
+XML
+sign keyname.xml keyname.tmpl --privkey-pem:invoice-key rsa.pem
 
-for f in two-refs external two-no-id pkcs1 pss pss-as-pkcs1 pkcs1-as-pss unknown-c14n hmac hmac-truncated invoice id-ref id-ref-incl; do
+for f in keyname two-refs external two-no-id pkcs1 pss pss-as-pkcs1 pkcs1-as-pss unknown-c14n hmac hmac-truncated invoice id-ref id-ref-incl; do
   grep -q 'SignatureValue>[A-Za-z0-9+/]' "$f.xml" || { echo "$f.xml is not signed" >&2; exit 1; }
 done
