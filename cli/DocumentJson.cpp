@@ -2,11 +2,19 @@
 
 #include <utility>
 
+#include "cli/AlgorithmNames.h"
+
 namespace cli {
 
 using nlohmann::ordered_json;
 
 namespace {
+
+std::vector<std::string> transformNames(const std::vector<std::string>& uris) {
+  std::vector<std::string> names;
+  for (const std::string& uri : uris) names.push_back(transformName(uri));
+  return names;
+}
 
 // The verifier's log as a JSON value; its text when it does not parse.
 ordered_json structuredLog(const std::string& logJson) {
@@ -69,8 +77,10 @@ ordered_json infoJson(const DocumentInfo& f) {
     js["family"] = f.family.family;
     js["suggestedOptions"] = f.family.suggestedOptions;
     js["canonicalizationMethod"] = s.c14nMethod;
+    js["canonicalizationName"] = transformName(s.c14nMethod);
     js["inclusiveNamespaces"] = s.prefixList;
     js["signatureMethod"] = s.signatureMethod;
+    js["signatureMethodName"] = signatureMethodName(s.signatureMethod);
     js["hasSignedInfo"] = s.hasSignedInfo;
     ordered_json refs = ordered_json::array();
     for (size_t i = 0; i < s.references.size(); ++i) {
@@ -80,7 +90,9 @@ ordered_json infoJson(const DocumentInfo& f) {
                       {"uriPresent", r.uriPresent},
                       {"external", r.external},
                       {"digestMethod", r.digestMethod},
-                      {"transforms", r.transforms}});
+                      {"digestMethodName", digestMethodName(r.digestMethod)},
+                      {"transforms", r.transforms},
+                      {"transformNames", transformNames(r.transforms)}});
     }
     js["references"] = refs;
     ordered_json certs = ordered_json::array();

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/AlgorithmNames.h"
 #include "cli/CliSupport.h"
 #include "cli/Commands.h"
 #include "cli/DocumentInfo.h"
@@ -55,6 +56,11 @@ DocumentInfo inspectInput(const std::string& file, const VerifyRequest& req) {
 
 std::string orNone(const std::string& s) { return s.empty() ? "(none)" : s; }
 
+// "URI (name)": the name the verifier gives the algorithm, or "unsupported".
+std::string named(const std::string& uri, const std::string& name) {
+  return uri.empty() ? orNone(uri) : uri + " (" + name + ")";
+}
+
 std::string toText(const DocumentInfo& f) {
   std::ostringstream o;
   if (!f.loaded) {
@@ -74,9 +80,9 @@ std::string toText(const DocumentInfo& f) {
       o << "    no SignedInfo\n";
       continue;
     }
-    o << "    canonicalization:  " << orNone(s.c14nMethod) << "\n";
+    o << "    canonicalization:  " << named(s.c14nMethod, transformName(s.c14nMethod)) << "\n";
     if (!s.prefixList.empty()) o << "    inclusive prefixes: " << s.prefixList << "\n";
-    o << "    signature method:  " << orNone(s.signatureMethod) << "\n";
+    o << "    signature method:  " << named(s.signatureMethod, signatureMethodName(s.signatureMethod)) << "\n";
     o << "    references:        " << s.references.size() << "\n";
     for (size_t i = 0; i < s.references.size(); ++i) {
       const ReferenceInfo& r = s.references[i];
@@ -84,9 +90,9 @@ std::string toText(const DocumentInfo& f) {
       if (!r.uriPresent) o << "no URI";
       else o << "URI \"" << r.uri << "\"";
       o << (r.external ? " (external)" : " (same document)") << "\n";
-      o << "      digest method:   " << orNone(r.digestMethod) << "\n";
+      o << "      digest method:   " << named(r.digestMethod, digestMethodName(r.digestMethod)) << "\n";
       for (size_t t = 0; t < r.transforms.size(); ++t)
-        o << (t == 0 ? "      transforms:      " : "                       ") << orNone(r.transforms[t]) << "\n";
+        o << (t == 0 ? "      transforms:      " : "                       ") << named(r.transforms[t], transformName(r.transforms[t])) << "\n";
     }
     for (const CertificateInfo& c : s.certificates) {
       o << "    certificate:       " << c.subject << "\n";
