@@ -123,6 +123,19 @@ bool hashExternalData(const DSigRefExternalData& refData, int hashAlg, DataBuffe
   return true;
 }
 
+// True when a relative file name has a ".." segment: looked up in a directory it would name
+// a file outside it, so a document could make the verifier read any file of the machine.
+bool climbsOut(std::string_view name) {
+  size_t start = 0;
+  while (start <= name.size()) {
+    size_t end = name.find('/', start);
+    if (end == std::string_view::npos) end = name.size();
+    if (name.substr(start, end - start) == "..") return true;
+    start = end + 1;
+  }
+  return false;
+}
+
 }  // namespace
 
 bool ClsXmlDSig::verifyExternalReference(int index, const StringBuffer& uri, DSigReference& ref,
@@ -131,7 +144,10 @@ bool ClsXmlDSig::verifyExternalReference(int index, const StringBuffer& uri, DSi
 
   const DSigRefExternalData* refData = getExtRef(index, false, log);
   DSigRefExternalData foundFile;  // used only when the file is found in ExternalRefDirs
-  if (!refData && dirs.getSize() > 0) {
+  if (!refData && dirs.getSize() > 0 && climbsOut(uri.view())) {
+    log.LogError("The reference's URI has a \"..\" segment: it is not looked up in ExternalRefDirs, whose files are "
+                 "the only ones a reference may name.");
+  } else if (!refData && dirs.getSize() > 0) {
     log.LogDataSb("externalRefFileName", uri);
     // The URI is taken as a relative file name exactly as written: no percent-decoding
     // and no scheme handling.
