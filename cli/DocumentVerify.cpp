@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "cli/FamilyReport.h"
+#include "cli/ValidationReport.h"
 #include "cli/VerifierSetup.h"
 #include "dsig/AlgorithmTables.h"
 #include "dsig/ClsXmlDSig.h"
@@ -205,10 +206,8 @@ SignatureVerdict verifySelected(ClsXmlDSig& d, const VerifyRequest& req, const s
   s.referencesChecked = !req.noReferences;
   s.referenceDigestsEnforced = !hasKeyword(req, kAllowDigestError);
   const std::string lastError = d.lastErrorLine();
-  if (req.log) {
-    s.log = logForStderr(d, name + "#" + std::to_string(s.index));
-    s.logJson = d.m_log.renderJson();
-  }
+  if (req.log) s.log = logForStderr(d, name + "#" + std::to_string(s.index));
+  if (req.log || req.report) s.logJson = d.m_log.renderJson();
   s.references = referenceOutcomes(d, req, s);
   if (!s.valid) {
     explainFailure(d, req, s);
@@ -224,6 +223,7 @@ DocumentVerdict verifyLoaded(const VerifyRequest& req, const std::string& name, 
   std::unique_ptr<ClsXmlDSig> dsig = loadVerifier(req, name, std::move(bytes), res.error, &res.log);
   if (!dsig || !applySignerPolicy(*dsig, req, res.error)) return res;
   res.warnings = familyOptionWarnings(describeFamily(*dsig), req.options);
+  if (req.report) res.reportDetails = documentReportDetails(*dsig, req);
   res.numSignatures = dsig->get_NumSignatures();
   std::vector<int> indexes;
   if (req.all) {
@@ -242,6 +242,7 @@ DocumentVerdict verifyLoaded(const VerifyRequest& req, const std::string& name, 
     if (!supplyKeys(*dsig, req, res.error)) return res;
     SignatureVerdict s = verifySelected(*dsig, req, name);
     s.signer = signerReport(*dsig);  // after the reason and log: its calls start logs of their own
+    if (req.report) s.reportDetails = signatureReportDetails(*dsig, s);
     res.signatures.push_back(std::move(s));
   }
   res.loaded = true;

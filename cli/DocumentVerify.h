@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "cli/SignerReport.h"
 #include "cli/VerifyRequest.h"
 
@@ -37,6 +39,7 @@ struct SignatureVerdict {
   std::string log;      // the verifier's text log, with req.log
   std::string logJson;  // the same log as a JSON document, with req.log
   SignerReport signer;   // the key that verified and the trust decision
+  nlohmann::ordered_json reportDetails;  // with req.report (cli/ValidationReport.h)
 };
 
 struct DocumentVerdict {
@@ -47,6 +50,7 @@ struct DocumentVerdict {
   std::vector<std::string> warnings;  // family options given for another family
   std::vector<SignatureVerdict> signatures;
   std::string log;  // the log of a failed load, with req.log
+  nlohmann::ordered_json reportDetails;  // with req.report (cli/ValidationReport.h)
 
   // Results are labelled FILE#N when the document has several signatures or all are asked for.
   bool numbered(const VerifyRequest& req) const { return req.all || numSignatures > 1; }

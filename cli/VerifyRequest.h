@@ -48,6 +48,10 @@ struct VerifyRequest {
   std::vector<std::string> options;  // uncommon-option keywords, as given
   bool verbose = false;
   bool log = false;  // keep the verifier's log of each document
+  // Gather what the validation report adds (cli/ValidationReport.h), and with reportSource
+  // the document text too.
+  bool report = false;
+  bool reportSource = false;
 };
 
 // Fills the request from the options the command accepted. False with a one-line reason

@@ -9,6 +9,7 @@
 #include "cli/DocumentJson.h"
 #include "cli/DocumentVerify.h"
 #include "cli/InputFile.h"
+#include "cli/ValidationReport.h"
 #include "cli/VerifierSetup.h"
 
 namespace cli {
@@ -30,6 +31,9 @@ const OptionSpec kOptHmacEncoding{"hmac-encoding", '\0', true, false, "ENC",
 const OptionSpec kOptCert{"cert", '\0', true, true, "FILE",
                           "A certificate (PEM or DER) for the store that KeyInfo references are looked up in; "
                           "may be repeated."};
+const OptionSpec kOptReport{"report", '\0', false, false, "",
+                            "Print the validation report of each file instead: one JSON object per line, "
+                            "shaped as docs/report.schema.json describes."};
 const OptionSpec kOptCertDir{"cert-dir", '\0', true, true, "DIR",
                              "Every certificate file of DIR for the store; may be repeated."};
 
@@ -58,7 +62,7 @@ const CommandSpec& verifySpec() {
       "[--selector N | --signature-id ID | --all] [--no-references | --references-only] [--key FILE] "
       "[--hmac-key TEXT [--hmac-encoding ENC]] [--cert FILE]... [--cert-dir DIR]... [--signer FILE]... "
       "[--trust FILE|DIR]... [--crl FILE]... [--at TIME] [--ref-data INDEX=FILE]... "
-      "[--external-dir DIR]... [--ignore-external] [--limit NAME=N]... [--option KEYWORD]... [--json] [--log] [--verbose] [-j N] "
+      "[--external-dir DIR]... [--ignore-external] [--limit NAME=N]... [--option KEYWORD]... [--json | --report] [--log] [--verbose] [-j N] "
       "[-o FILE] FILE...",
       "For each FILE (\"-\" reads standard input), verifies one signature (the first, or the one "
       "chosen with --selector or --signature-id), or every signature with --all: the digest of every "
@@ -78,6 +82,12 @@ const CommandSpec& verifySpec() {
       "--no-references, \"valid (reference digests not enforced; ...)\" with --option "
       "AllowXmlDigestError (naming the references that do not match), \"valid (reference N not "
       "checked: no external data)\" with --ignore-external.\n\n"
+      "With --report, one validation report per FILE and line instead: the verdict of each signature with "
+      "an indication (TOTAL_PASSED, TOTAL_FAILED, INDETERMINATE) and sub-indication (HASH_FAILURE, "
+      "SIG_CRYPTO_FAILURE, NO_SIGNING_CERTIFICATE_FOUND, SIGNED_DATA_NOT_FOUND, ...), its algorithms, signer "
+      "and trust, each reference with its digests and what it covered, signing time and time-stamp, "
+      "warnings (SHA-1 or MD5, an RSA key under 2048 bits, a family option for another family) and the "
+      "verifier's log; docs/report.schema.json gives its shape.\n\n"
       "With --json, one object per line: {\"file\", \"signature\", \"id\", \"valid\", "
       "\"referencesChecked\" (false with --no-references), \"referenceDigestsEnforced\" (false with "
       "AllowXmlDigestError), \"refFailReason\" (of the last reference checked), \"failure\" and "
@@ -108,7 +118,7 @@ const CommandSpec& verifySpec() {
       "documents, HL7, SK-XML, SWIFT SAA, ebXML, EBICS, CMA STP) are recognised from the document.",
       {kOptSelector, kOptSignatureId, kOptAll, kOptNoReferences, kOptReferencesOnly, kOptKey, kOptHmacKey,
        kOptHmacEncoding, kOptCert, kOptCertDir, kOptSigner, kOptTrust, kOptCrl, kOptAt, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon,
-       kOptJson, kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
+       kOptJson, kOptReport, kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
       "0  every verified signature is valid\n"
       "1  a signature is not valid\n"
       "2  usage error (an unknown option or --option keyword), or a FILE could not be read (a directory, "
@@ -124,8 +134,10 @@ int runVerify(const Args& args) {
   unsigned jobs = 1;
   std::string error;
   VerifyRequest req;
+  if (args.has("json") && args.has("report")) return usageError("verify", "give only one of --json and --report");
   if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error))
     return usageError("verify", error);
+  req.report = args.has("report");
   Output out;
   if (!out.open(args, error)) return usageError("verify", error);
 
@@ -146,7 +158,9 @@ int runVerify(const Args& args) {
           if (!s.log.empty()) std::fputs(s.log.c_str(), stderr);
           if (!s.valid) anyInvalid = true;
         }
-        if (out.json()) {
+        if (req.report) {
+          out.jsonLine(buildValidationReport(f, req));
+        } else if (out.json()) {
           for (const nlohmann::ordered_json& j : verdictJson(f, req)) out.jsonLine(j);
         } else {
           // Every FILE gets a line of its own, also one that could not be read or loaded.
