@@ -88,6 +88,13 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
                             bool withComments, XString& outXml);
   bool AddEncapsulatedTimeStamp(ClsJsonObject& options, ClsStringBuilder& sbOut);
   bool HasEncapsulatedTimeStamp();
+  // The time-stamp of the selected signature as it reads, verified or not: the time it
+  // states (ISO 8601 UTC) and the authority that signed it (the token's TSA name, else the
+  // subject of the token's signer certificate; "" when neither is known). False when the
+  // signature carries no time-stamp or its token does not parse.
+  bool GetTimeStampInfo(XString& time, XString& authority);
+  // Whether the last VerifySignature verified a time-stamp (with VerifyEncapsulatedTimeStamp).
+  bool get_TimeStampVerified() const;
   void SetHttpObj(ClsHttp* http);
   ClsXml* GetKeyInfo();
   ClsPublicKey* GetPublicKey();

@@ -48,6 +48,37 @@ bool ClsXmlDSig::hasEncapsulatedTimeStamp(LogBase& log) {
   return false;
 }
 
+bool ClsXmlDSig::GetTimeStampInfo(XString& time, XString& authority) {
+  OperationFrame frame(*this, "GetTimeStampInfo", false);
+  time.clear();
+  authority.clear();
+  // The signature time-stamp's token, not one of the archive time-stamps a signature may
+  // carry as well.
+  ClsXml* signature = selectedSignature();
+  RcPtr<ClsXml> holder(signature ? signature->searchForTag(nullptr, "*:SignatureTimeStamp") : nullptr);
+  ClsXml* within = holder ? holder.get() : signature;
+  RcPtr<ClsXml> stamp(within ? within->searchForTag(nullptr, "*:EncapsulatedTimeStamp") : nullptr);
+  StringBuffer tokenText;
+  if (!stamp || !stamp->getContentSb(tokenText)) {
+    m_log.LogError("The signature carries no time-stamp.");
+    return false;
+  }
+  tokenText.trim2();
+  DataBuffer tokenDer;
+  ContentCoding::decodeBase64ToDb(tokenText.getString(), tokenText.getSize(), tokenDer);
+  Pkcs7Message token;
+  bool isSigned = false;
+  std::string when, who;
+  if (!token.loadPkcs7Der(tokenDer, nullptr, 2, isSigned, systemCerts(), m_log) ||
+      !token.describeTimeStamp(when, who, m_log))
+    return false;
+  time.setFromUtf8(when.c_str());
+  authority.setFromUtf8(who.c_str());
+  return true;
+}
+
+bool ClsXmlDSig::get_TimeStampVerified() const { return m_signerResult.timeStampTime >= 0; }
+
 bool ClsXmlDSig::verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigXml, LogBase& log) {
   LogContextExitor ctx(log, "verifyEncapsulatedTimeStamp");
   LogNull quiet;

@@ -6,9 +6,12 @@
 #include <openssl/rand.h>
 #include <openssl/ts.h>
 #include <openssl/x509.h>
+#include <openssl/x509v3.h>
 
 #include <string>
 
+#include "crypto/CertSummary.h"
+#include "crypto/OsslPtr.h"
 #include "dsig/_clsCades.h"
 #include "support/ClsHttp.h"
 #include "support/ClsJsonObject.h"
@@ -23,6 +26,8 @@ struct TsImprintFree { void operator()(TS_MSG_IMPRINT* p) const { TS_MSG_IMPRINT
 struct AlgorFree { void operator()(X509_ALGOR* p) const { X509_ALGOR_free(p); } };
 struct Asn1IntFree { void operator()(ASN1_INTEGER* p) const { ASN1_INTEGER_free(p); } };
 struct TsRespFree { void operator()(TS_RESP* p) const { TS_RESP_free(p); } };
+struct TstInfoFree { void operator()(TS_TST_INFO* p) const { TS_TST_INFO_free(p); } };
+struct CertStackFree { void operator()(STACK_OF(X509)* p) const { sk_X509_pop_free(p, X509_free); } };
 struct BnFree { void operator()(BIGNUM* p) const { BN_free(p); } };
 
 // Moves OpenSSL's queued errors into the log so none is left behind for a later call.
@@ -102,6 +107,42 @@ bool Pkcs7Message::verifyOpaqueSignature(DataBuffer& content, _clsCades&, System
   BIO_get_mem_ptr(out.get(), &mem);
   if (mem && mem->length > 0) content.append(mem->data, mem->length);
   log.LogInfo("The CMS signature verified.");
+  return true;
+}
+
+bool Pkcs7Message::describeTimeStamp(std::string& time, std::string& authority, LogBase& log) const {
+  time.clear();
+  authority.clear();
+  if (!m_impl->cms) return false;
+  ASN1_OCTET_STRING** content = CMS_get0_content(m_impl->cms.get());
+  if (!content || !*content) {
+    log.LogError("The CMS message has no content.");
+    return false;
+  }
+  const unsigned char* p = ASN1_STRING_get0_data(*content);
+  std::unique_ptr<TS_TST_INFO, TstInfoFree> info(d2i_TS_TST_INFO(nullptr, &p, ASN1_STRING_length(*content)));
+  if (!info) {
+    log.LogError("The CMS content is not a time-stamp (TSTInfo).");
+    drainOpenSslErrors(log);
+    return false;
+  }
+  time = certsummary::timeText(TS_TST_INFO_get_time(info.get()));
+  const GENERAL_NAME* tsa = TS_TST_INFO_get_tsa(info.get());
+  if (tsa && tsa->type == GEN_DIRNAME) {
+    authority = certsummary::nameText(tsa->d.directoryName);
+    return true;
+  }
+  STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(m_impl->cms.get());
+  std::unique_ptr<STACK_OF(X509), CertStackFree> certs(CMS_get1_certs(m_impl->cms.get()));
+  if (!signers || sk_CMS_SignerInfo_num(signers) < 1 || !certs) return true;
+  CMS_SignerInfo* signer = sk_CMS_SignerInfo_value(signers, 0);
+  for (int i = 0; i < sk_X509_num(certs.get()); ++i) {
+    X509* cert = sk_X509_value(certs.get(), i);
+    if (CMS_SignerInfo_cert_cmp(signer, cert) == 0) {
+      authority = certsummary::nameText(X509_get_subject_name(cert));
+      break;
+    }
+  }
   return true;
 }
 

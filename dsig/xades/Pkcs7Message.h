@@ -9,6 +9,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "support/DataBuffer.h"
 
@@ -30,6 +31,12 @@ class Pkcs7Message {
                     LogBase& log);
   // Verifies the signature of the loaded SignedData and yields its encapsulated content.
   bool verifyOpaqueSignature(DataBuffer& content, _clsCades& cades, SystemCerts* store, LogBase& log);
+
+  // What a loaded time-stamp token states, without verifying it: its time (ISO 8601 UTC)
+  // and its authority (the TSA name of the token, else the subject of the certificate the
+  // token's signer identifies among those it carries). False when the content is not a
+  // time-stamp.
+  bool describeTimeStamp(std::string& time, std::string& authority, LogBase& log) const;
 
   // Asks the time-stamp authority named in the options for a token over data. Options:
   //   "tsaUrl"        (required) the authority's URL
