@@ -71,8 +71,12 @@ Output::~Output() {
 
 void Output::write(const std::string& text) { std::fwrite(text.data(), 1, text.size(), m_file); }
 
+std::string jsonLineText(const nlohmann::ordered_json& obj) {
+  return obj.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
 void Output::jsonLine(const nlohmann::ordered_json& obj) {
-  write(obj.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+  write(jsonLineText(obj));
   write("\n");
 }
 

@@ -25,6 +25,10 @@ int usageError(const std::string& command, const std::string& reason);
 // the target's directory and renamed over the target only by commit(), after every input
 // was read: naming an input as the output never truncates it before it is read, and a
 // command that fails leaves the target as it was.
+// One JSON object as the commands print it on a line (without the newline): compact, text
+// that is not UTF-8 replaced, never fatal.
+std::string jsonLineText(const nlohmann::ordered_json& obj);
+
 class Output {
  public:
   Output() = default;
@@ -35,7 +39,7 @@ class Output {
   // Removes the temporary file when the output was not committed.
   ~Output();
   void write(const std::string& text);
-  // One JSON object on one line; text that is not UTF-8 is replaced, never fatal.
+  // jsonLineText and a newline.
   void jsonLine(const nlohmann::ordered_json& obj);
   bool json() const { return m_json; }
   // Makes the output final: flushes standard output, or moves the written file over the

@@ -126,6 +126,7 @@ const Row kRows[] = {
     {"option", [](VerifyRequest& r, const Values& v, std::string& e) { return normalizeKeywords(v, r.options, e); }},
     {"verbose", [](VerifyRequest& r, const Values&, std::string&) { r.verbose = true; return true; }},
     {"log", [](VerifyRequest& r, const Values&, std::string&) { r.log = true; return true; }},
+    {"report", [](VerifyRequest& r, const Values&, std::string&) { r.report = true; return true; }},
 };
 // clang-format on
 

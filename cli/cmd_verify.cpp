@@ -137,7 +137,6 @@ int runVerify(const Args& args) {
   if (args.has("json") && args.has("report")) return usageError("verify", "give only one of --json and --report");
   if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error))
     return usageError("verify", error);
-  req.report = args.has("report");
   Output out;
   if (!out.open(args, error)) return usageError("verify", error);
 

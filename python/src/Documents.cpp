@@ -4,8 +4,11 @@
 #include <utility>
 
 #include "cli/Args.h"
+#include "cli/CliSupport.h"
 #include "cli/DocumentJson.h"
 #include "cli/InputFile.h"
+#include "cli/SignerReport.h"
+#include "cli/ValidationReport.h"
 #include "cli/VerifierSetup.h"
 #include "dsig/ClsXmlDSig.h"
 
@@ -25,7 +28,7 @@ bool requestFromOptions(const OptionValues& options, cli::VerifyRequest& req, st
     error = "out of memory";
     return false;
   }
-  return cli::supplyKeys(*probe, req, error);
+  return cli::supplyKeys(*probe, req, error) && cli::applySignerPolicy(*probe, req, error);
 }
 
 namespace {
@@ -33,6 +36,18 @@ namespace {
 // The document's bytes; false with the tool's reason when the file cannot be read.
 bool readDocument(Document& doc, std::string& error) {
   return doc.inMemory || cli::readInput(doc.name, doc.bytes, error);
+}
+
+// What a verdict line or a report says: not verified, or valid only when every signature is.
+LineStatus lineStatus(const nlohmann::ordered_json& obj) {
+  if (obj.contains("reportVersion")) {
+    if (!obj["loaded"].get<bool>()) return LineStatus::NotVerified;
+    for (const nlohmann::ordered_json& s : obj["signatures"])
+      if (s["verdict"] != "valid") return LineStatus::Invalid;
+    return LineStatus::Valid;
+  }
+  if (obj.contains("error")) return LineStatus::NotVerified;
+  return obj.value("valid", false) ? LineStatus::Valid : LineStatus::Invalid;
 }
 
 }  // namespace
@@ -47,7 +62,10 @@ VerifyOutcome verifyOne(const cli::VerifyRequest& req, Document doc) {
   }
   out.loaded = verdict.loaded;
   out.error = verdict.error;
-  out.objects = cli::verdictJson(verdict, req);
+  if (req.report)
+    out.objects.push_back(cli::buildValidationReport(verdict, req));
+  else
+    out.objects = cli::verdictJson(verdict, req);
   return out;
 }
 
@@ -71,10 +89,7 @@ std::vector<ResultLine> verifyFiles(const cli::VerifyRequest& req, const std::ve
     Document doc;
     doc.name = path;
     for (const nlohmann::ordered_json& obj : verifyOne(req, std::move(doc)).objects) {
-      LineStatus status = LineStatus::NotVerified;
-      if (!obj.contains("error")) status = obj.value("valid", false) ? LineStatus::Valid : LineStatus::Invalid;
-      // As the tool writes a JSON line: compact, text that is not UTF-8 replaced.
-      lines.push_back({obj.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace), status});
+      lines.push_back({cli::jsonLineText(obj), lineStatus(obj)});
     }
   }
   return lines;

@@ -17,7 +17,7 @@ from typing import Any, Dict, Iterable, List, Mapping, Optional, Tuple, Union
 
 from . import _native
 from ._native import XmlError
-from ._options import PathLike, refuse_unsupported, verify_args
+from ._options import PathLike, verify_args
 
 __all__ = ["verify", "info", "canonicalize", "XmlError"]
 
@@ -52,16 +52,16 @@ def verify(
     signature: Union[int, str] = 0,
     options: Iterable[str] = (),
     key: Optional[PathLike] = None,
-    signers: Iterable[Any] = (),
-    trust: Iterable[Any] = (),
-    crls: Iterable[Any] = (),
-    at: Any = None,
+    signers: Iterable[PathLike] = (),
+    trust: Iterable[PathLike] = (),
+    crls: Iterable[PathLike] = (),
+    at: Optional[str] = None,
     hmac_key: Union[str, bytes, None] = None,
     hmac_encoding: str = "ascii",
     ref_data: Optional[Mapping[int, PathLike]] = None,
     external_dirs: Iterable[PathLike] = (),
     report: bool = False,
-) -> List[Dict[str, Any]]:
+) -> Union[List[Dict[str, Any]], Dict[str, Any]]:
     """Verifies one signature of a document, or every one with ``signature="all"``.
 
     Returns one dict per verified signature with exactly the fields of the line
@@ -80,17 +80,25 @@ def verify(
       (``"ascii"``, ``"hex"``, ``"base64"``, ...), or as bytes.
     - ``ref_data``: ``{reference index: file}``, the data of external references.
     - ``external_dirs``: directories searched for the files external references name.
-    - ``signers``, ``trust``, ``crls``, ``at``, ``report``: not supported by this version of
-      the library; giving them raises ValueError.
+    - ``signers``: certificates or public keys (PEM or DER files) the signer must be one of;
+      a signature made with any other key is not valid.
+    - ``trust``: trust anchors (certificate files or directories of them): the signer's
+      certificate must chain to one; ``crls``: revocation lists for that check; ``at``: the
+      time it is checked at, ISO 8601 UTC such as ``"2025-03-01T12:00:00Z"``.
+    - ``report``: return instead the document's validation report, one dict as
+      ``xmldsig verify --report`` prints it (docs/report.schema.json): every signature with
+      its indication, algorithms, signer and trust, references, time-stamp, warnings and log.
 
     Raises XmlError when the document cannot be read or parsed, has no signature, or has no
-    signature with that index; ValueError when a key or certificate given does not load.
+    signature with that index; ValueError when a key, certificate, trust anchor or revocation
+    list given does not load, or ``at`` is not such a time.
     """
-    refuse_unsupported(signers=signers, trust=trust, crls=crls, at=at, report=report)
     args = verify_args(signature=signature, options=options, key=key, hmac_key=hmac_key,
-                       hmac_encoding=hmac_encoding, ref_data=ref_data, external_dirs=external_dirs)
+                       hmac_encoding=hmac_encoding, ref_data=ref_data, external_dirs=external_dirs,
+                       signers=signers, trust=trust, crls=crls, at=at, report=report)
     data, file = _document(source)
-    return _native.verify(data, file, args)
+    results = _native.verify(data, file, args)
+    return results[0] if report else results
 
 
 def info(source: Source) -> Dict[str, Any]:

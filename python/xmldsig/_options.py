@@ -11,11 +11,6 @@ from typing import Dict, Iterable, List, Mapping, Optional, Union
 
 PathLike = Union[str, "os.PathLike[str]"]
 
-# Options of the verifier that this version of the library does not have yet: refused,
-# never silently ignored (a caller relying on trust must not get an unchecked "valid").
-NOT_YET_SUPPORTED = ("signers", "trust", "crls", "at", "report")
-
-
 def _path(value: object, what: str) -> str:
     if isinstance(value, (bytes, bytearray)):
         return os.fsdecode(bytes(value))
@@ -31,17 +26,6 @@ def _paths(values: Iterable[object], what: str) -> List[str]:
     return [_path(v, what) for v in values]
 
 
-def refuse_unsupported(**given: object) -> None:
-    """Raises ValueError for an option of NOT_YET_SUPPORTED that was given a value."""
-    for name in NOT_YET_SUPPORTED:
-        value = given.get(name)
-        if value is None or value is False or value == ():
-            continue
-        if isinstance(value, (list, tuple, set, frozenset, dict)) and not value:
-            continue
-        raise ValueError(f"{name}= is not supported by this version of the xmldsig library")
-
-
 def verify_args(
     *,
     signature: Union[int, str] = 0,
@@ -55,6 +39,11 @@ def verify_args(
     cert_dirs: Iterable[PathLike] = (),
     ignore_external: bool = False,
     check_references: bool = True,
+    signers: Iterable[PathLike] = (),
+    trust: Iterable[PathLike] = (),
+    crls: Iterable[PathLike] = (),
+    at: Optional[str] = None,
+    report: bool = False,
 ) -> Dict[str, List[str]]:
     """The ``xmldsig verify`` options (name -> values; a flag has none) for these arguments."""
     args: Dict[str, List[str]] = {}
@@ -90,7 +79,8 @@ def verify_args(
             pairs.append(f"{index}={_path(path, 'ref_data')}")
         args["ref-data"] = pairs
     for name, values, what in (("external-dir", external_dirs, "external_dirs"), ("cert", certs, "certs"),
-                               ("cert-dir", cert_dirs, "cert_dirs")):
+                               ("cert-dir", cert_dirs, "cert_dirs"), ("signer", signers, "signers"),
+                               ("trust", trust, "trust"), ("crl", crls, "crls")):
         paths = _paths(values, what)
         if paths:
             args[name] = paths
@@ -98,4 +88,10 @@ def verify_args(
         args["ignore-external"] = []
     if not check_references:
         args["no-references"] = []
+    if at is not None:
+        if not isinstance(at, str):
+            raise TypeError(f"at must be an ISO 8601 UTC time as str, not {type(at).__name__}")
+        args["at"] = [at]
+    if report:
+        args["report"] = []
     return args

@@ -3,7 +3,7 @@
 The files (directories are walked) are cut into partitions of many files each; every Dask
 task verifies one partition in process, and the driver writes each partition's JSON lines
 to standard output in the order of the files, the same objects ``xmldsig verify --json``
-prints. A file that cannot be read or parsed is a line ``{"file", "error"}``, never a failed
+prints (or with --report, one validation report per file, as ``xmldsig verify --report``). A file that cannot be read or parsed is a line ``{"file", "error"}``, never a failed
 batch. A summary goes to standard error, with a progress bar when it is a terminal.
 
 Without --scheduler a local cluster of --workers processes is started; with it, the batch
@@ -208,6 +208,15 @@ def _parser() -> argparse.ArgumentParser:
                    help="do not count external references without data as failures")
     p.add_argument("--option", action="append", default=[], metavar="KEYWORD",
                    help="a document-family option such as ZATCA; repeatable")
+    p.add_argument("--signer", action="append", default=[], metavar="FILE",
+                   help="pin the signer: only this certificate or key may have signed; repeatable")
+    p.add_argument("--trust", action="append", default=[], metavar="FILE|DIR",
+                   help="trust anchors the signer's certificate must chain to; repeatable")
+    p.add_argument("--crl", action="append", default=[], metavar="FILE",
+                   help="a certificate revocation list for the chain check; repeatable")
+    p.add_argument("--at", metavar="TIME", help="check the chain at this time (ISO 8601 UTC)")
+    p.add_argument("--report", action="store_true",
+                   help="print each file's validation report instead (as `xmldsig verify --report`)")
     p.add_argument("paths", nargs="+", metavar="PATH", help="files, or directories to walk")
     return p
 
@@ -223,7 +232,8 @@ def main(argv: Optional[Sequence[str]] = None) -> int:
                            key=opts.key, hmac_key=opts.hmac_key, hmac_encoding=opts.hmac_encoding,
                            external_dirs=opts.external_dir, certs=opts.cert, cert_dirs=opts.cert_dir,
                            ignore_external=opts.ignore_external,
-                           check_references=not opts.no_references)
+                           check_references=not opts.no_references, signers=opts.signer,
+                           trust=opts.trust, crls=opts.crl, at=opts.at, report=opts.report)
         _native.check_options(args)  # here, rather than in every task
     except (ValueError, TypeError) as e:
         print(f"xmldsig.batch: {e}", file=sys.stderr)
