@@ -4,7 +4,7 @@
 
 namespace testsupport {
 
-// Directory of the shared corpus and specification checkout (sibling of the repo),
+// Directory of the shared checkout that holds the corpus (sibling of the repo),
 // overridable with the XMLDSIG_SHARED environment variable. Empty when absent.
 std::string sharedDir();
 // Directory of the corpus inside it, or empty when absent.
