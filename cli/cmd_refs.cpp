@@ -13,7 +13,7 @@
 #include "cli/InputFile.h"
 #include "cli/VerifierSetup.h"
 #include "dsig/ClsXmlDSig.h"
-#include "dsig/reference/DSigReference.h"
+#include "dsig/reference/ReferenceResult.h"
 #include "support/ClsBinData.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
@@ -62,25 +62,6 @@ struct FileResult {
   }
 };
 
-// The digest of the last attempt: the last calculated value logged (the ZATCA fallback
-// logs its own under another key). Empty when nothing was hashed.
-void lastCalculatedDigest(const std::vector<LogEntry>& entries, std::string& calculated) {
-  for (const LogEntry& e : entries) {
-    if (e.kind == LogEntry::Kind::Data && (e.key == "calculatedDigest" || e.key == "calculatedDigest2"))
-      calculated = e.text;
-    lastCalculatedDigest(e.children, calculated);
-  }
-}
-
-// The DigestValue of the reference as the comparison reads it (white space removed).
-std::string storedDigest(ClsXmlDSig& dsig, int index) {
-  LogNull quiet;
-  RcPtr<ClsXml> referenceXml(dsig.getReference(index, quiet));
-  DSigReference ref;
-  if (referenceXml) ref.parseReference(referenceXml.get(), quiet);
-  return ref.digestValue.getString();
-}
-
 FileResult checkFile(const std::string& file, const VerifyRequest& req) {
   FileResult res;
   res.file = file;
@@ -108,11 +89,12 @@ FileResult checkFile(const std::string& file, const VerifyRequest& req) {
     r.external = dsig->IsReferenceExternal(i);
     r.valid = dsig->VerifyReferenceDigest(i);
     r.reason = dsig->get_RefFailReason();
-    lastCalculatedDigest(dsig->m_log.entries(), r.calculated);
-    r.stored = storedDigest(*dsig, i);
     if (withLog) res.log += logForStderr(*dsig, file + " reference " + std::to_string(i));
-    r.skipped = !r.valid && r.external && r.reason == 2 && req.ignoreExternal &&
-                dsig->m_log.containsText("No external data defined for this reference.");
+    if (const ::ReferenceResult* result = dsig->referenceResult(i)) {
+      r.calculated = result->calculatedDigest;
+      r.stored = result->storedDigest;
+      r.skipped = !r.valid && r.external && req.ignoreExternal && result->externalDataMissing;
+    }
     res.references.push_back(r);
   }
   return res;

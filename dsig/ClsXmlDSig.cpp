@@ -2,6 +2,7 @@
 #include "dsig/ClsXmlDSig.h"
 
 #include "dsig/keys/SignerState.h"
+#include "dsig/reference/ReferenceResult.h"
 
 #include <new>
 
@@ -18,7 +19,9 @@ ClsXmlDSig* ClsXmlDSig::createNewCls() {
 }
 
 ClsXmlDSig::ClsXmlDSig()
-    : m_signerPolicyOwned(std::make_unique<SignerPolicy>()),
+    : m_recordOwned(std::make_unique<VerificationRecord>()),
+      m_record(*m_recordOwned),
+      m_signerPolicyOwned(std::make_unique<SignerPolicy>()),
       m_signerResultOwned(std::make_unique<SignerResult>()),
       m_signerPolicy(*m_signerPolicyOwned),
       m_signerResult(*m_signerResultOwned) {}

@@ -31,7 +31,11 @@ class ClsXml;
 class ClsXmlCertVault;
 class DSigReference;
 class DSigRefExternalData;
-class StreamedDigest;
+class ReferencePipeline;
+struct Coverage;
+struct ReferenceResult;
+struct TransformStep;
+struct VerificationRecord;
 class StringHashSet;
 class XmlSigLocate;
 
@@ -111,6 +115,32 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool ReferenceUri(int index, XString& out);
   bool IsReferenceExternal(int index);
 
+  // ---- what the last verification found, as data ----
+  // The last result of reference `index` of the selected signature (from VerifySignature
+  // or VerifyReferenceDigest) as one JSON object; false when the index is out of range.
+  bool GetReferenceResultJson(int index, XString& outJson);
+  // A handle on the element reference `index` covered in the loaded document (the
+  // document element for a whole-document reference); null for an external reference or
+  // one not resolved. The caller owns the handle.
+  ClsXml* GetCoveredElement(int index);
+  // Keep the exact bytes each reference digested, and the canonical SignedInfo, during the
+  // next verifications (off by default: nothing is kept otherwise).
+  bool get_KeepDigestedBytes() const;
+  void put_KeepDigestedBytes(bool keep);
+  bool GetDigestedBytes(int index, ClsBinData& out);  // false when not kept / not digested
+  bool GetCanonicalSignedInfo(ClsBinData& out);      // false when not kept
+  // Why the last VerifySignature failed, as one word ("" when it passed): structure,
+  // no-such-reference, ambiguous-id, digest-mismatch, external-data-missing,
+  // unsupported-algorithm, canonicalization-failed, limit-exceeded, no-key, wrong-key,
+  // untrusted-signer, signer-not-pinned, other; and one line for a user.
+  void get_FailureCause(XString& out);
+  void get_FailureText(XString& out);
+  // The reference whose failure is the cause of the last failed VerifySignature, else -1.
+  int get_FailedReference();
+  // The last result of reference `index` of the selected signature, or null (borrowed;
+  // valid until the next verification or selection).
+  const ReferenceResult* referenceResult(int index) const;
+
   // ---- the signer: who verified the last VerifySignature, and what it must be ----
   // The key that verified the last valid signature (a new reference), or null.
   ClsPublicKey* GetSignerKey();
@@ -176,6 +206,14 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
 
   // ---- verification ----
   bool verifySignature(bool verifyReferenceDigests, LogBase& log);
+  // Records why the verification under way failed, unless a cause is recorded already
+  // (an empty text is the last error logged).
+  void noteFailure(const char* cause, const std::string& text = std::string());
+  // The cause when references failed: the first reference whose digest did not match,
+  // whose algorithm is not supported or whose data is missing, else the first that failed.
+  void noteReferenceFailure();
+  // The cause when no candidate key verified the signature value.
+  void noteKeyFailure(bool hmac, int keysTried);
   // The selected signature and its SignedInfo as spans of the document text, taken from
   // the parsed tree. With m_recordXadesPositions the text scan also records the XAdES
   // positions, and must have found that same element. (The Id and digest arguments only
@@ -210,38 +248,67 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
 
   // ---- references ----
   bool verifyReferenceDigest(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
-  bool verifyReferenceDigest2(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
-  bool verifyInternalReference(int index, StringBuffer& uri, DSigReference& ref, LogBase& log);
+  // The attempts at one reference: again with the attribute-sorting emulation switched
+  // when the digest did not match; `result` is the last attempt's.
+  bool verifyReferenceDigestRetrying(int index, ReferenceResult& result, bool& externalDataMissing,
+                                     ExtPtrArraySb& dirs, LogBase& log);
+  // One attempt at reference `index`, its result left in `result`.
+  bool referenceAttempt(int index, ReferenceResult& result, bool& externalDataMissing, ExtPtrArraySb& dirs,
+                        LogBase& log);
+  bool verifyInternalReference(int index, StringBuffer& uri, ReferencePipeline& pipe, LogBase& log);
   // One pass of the same-document pipeline; keepComments lets a WithComments method keep
   // the comments of a whole-document reference, droppedComments says whether it mattered.
-  bool internalReferencePass(StringBuffer& uri, DSigReference& ref, bool keepComments, bool& droppedComments,
+  bool internalReferencePass(StringBuffer& uri, ReferencePipeline& pipe, bool keepComments, bool& droppedComments,
                              LogBase& log);
-  bool verifyExternalReference(int index, const StringBuffer& uri, DSigReference& ref,
+  // What a declared chain leaves for the digest step.
+  struct ChainOutcome {
+    bool base64 = false;            // the digest is over the base64-decoded text
+    bool myInvoisDocument = false;  // the MyInvois document reference
+  };
+  // The chain of a reference without a Transforms element.
+  bool impliedChain(const StringBuffer& uri, ReferencePipeline& pipe, StringBuffer& data, bool streams,
+                    LogBase& log);
+  // The declared chain, in document order (the enveloped signature of a whole-document
+  // reference always cut, and an inclusive canonicalization implied when none is declared).
+  bool declaredChain(const StringBuffer& uri, ReferencePipeline& pipe, StringBuffer& data, bool streams,
+                     ChainOutcome& outcome, LogBase& log);
+  // One declared step, dispatched on the kind the algorithm table gives it.
+  bool runStep(const TransformStep& step, const StringBuffer& uri, ReferencePipeline& pipe, StringBuffer& data,
+               bool toDigest, LogBase& log);
+  // The digest of the transformed data (or the streamed one), in the form the signer stored.
+  bool digestTransformed(ReferencePipeline& pipe, StringBuffer& data, bool streamedDigest, const ChainOutcome& chain,
+                         DataBuffer& digest, bool& hasSignedProperties, LogBase& log);
+  // What a same-document reference covers, from the parsed tree: the element its fragment
+  // names or the whole document.
+  void recordSameDocumentCoverage(const StringBuffer& fragment, Coverage& coverage);
+  // The elements under the covered data that an XPath exclusion of this form names.
+  void recordXPathRemovals(const StringBuffer& xpath, bool filter2, Coverage& coverage);
+  // Notes the element of the loaded tree that starts at `start` as removed by `by`.
+  void recordRemovedElement(size_t start, const char* by, Coverage& coverage);
+  bool verifyExternalReference(int index, const StringBuffer& uri, ReferencePipeline& pipe,
                                bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
   // Compares a same-document reference's computed digest with its stored value, through
   // the fallbacks for signers that store it in other forms; sets m_refFailReason.
   // transformedHasSignedProperties: the data that was digested contains "SignedProperties".
-  bool compareSameDocumentDigest(const StringBuffer& uri, DSigReference& ref, bool transformedHasSignedProperties,
+  bool compareSameDocumentDigest(const StringBuffer& uri, ReferencePipeline& pipe, bool transformedHasSignedProperties,
                                  const DataBuffer& digest, LogBase& log);
   // One canonicalization step of the same-document pipeline: reads the working text (the
   // document in place while it still is the document, less its cut-out span) and leaves the
-  // result in data, or only feeds it to `digest` when that is given (the final step).
+  // result in data, or only feeds it to the pipeline's streamed digest with toDigest (the
+  // final step).
   bool canonicalizeStep(ClsXml* transform, StringBuffer& data, const StringBuffer& algorithm,
-                        const StringBuffer& uri, StreamedDigest* digest, LogBase& log);
+                        const StringBuffer& uri, ReferencePipeline& pipe, bool toDigest, LogBase& log);
   // Runs a reference's transforms on the node-set of data (the document text) and leaves
   // the canonical octets in data. For chains with a general XPath expression, which
   // selects nodes rather than cutting text (see needsNodeSet).
   bool nodeSetTransforms(ClsXml* transforms, const StringBuffer& uri, StringBuffer& data, LogBase& log);
-  // Gives the working text a copy of its own when it is still read in place.
-  void materializePipelineText(StringBuffer& data);
   DSigRefExternalData* getExtRef(int index, bool create, LogBase& log);
   bool getReferenceUri(int index, StringBuffer& out, LogBase& log);
   // Splits ExternalRefDirs at ';' (pieces trimmed, empty ones dropped).
   void splitExternalRefDirs(ExtPtrArraySb& dirs) const;
 
   // ---- transforms on document text ----
-  bool transformEnvelopedSignature(StringBuffer& xml, StringBuffer& unused1, StringBuffer& unused2,
-                                   DSigReference& ref, LogBase& log);
+  bool transformEnvelopedSignature(StringBuffer& xml, ReferencePipeline& pipe, LogBase& log);
   // Cuts the spans (document offsets, from envelopedCutSpans) out of a working text that
   // is no longer the document: each is found at the place the text scan names for the
   // selected signature and must hold exactly the bytes of the document's span.
@@ -305,24 +372,13 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool m_constructed = true;         // set at construction; read by nothing
   DataBuffer m_hmacKey;
   int32_t m_selector = 0;
-  // While `inPlace`, the same-document pipeline's working text is m_xmlSb less the cut
-  // spans (sorted, disjoint): it is read where it is instead of being copied, and element
-  // offsets of the tree still name its elements. Transforms that need a text of their own
-  // copy it first.
-  struct PipelineText {
-    bool inPlace = false;
-    std::vector<TextSpan> cuts;
-    // Comments are kept by a WithComments canonicalization of a whole-document reference
-    // (tried only after the form without them failed); noted when that made a difference.
-    bool keepCommentsOfWholeDocument = false;
-    bool droppedComments = false;
-  };
-  PipelineText m_pipelineText;
   int32_t m_maxReferences = 100000;
   int32_t m_maxTransforms = 100;
   int64_t m_maxCanonicalBytes = 32LL * 1024 * 1024;
   int64_t m_canonicalBytesUsed = 0;  // by the verification under way
   std::string m_limitExceeded;       // the message of the last limit exceeded
+  std::unique_ptr<VerificationRecord> m_recordOwned;
+  VerificationRecord& m_record;  // *m_recordOwned: results of the last verification
   std::unique_ptr<SignerPolicy> m_signerPolicyOwned;
   std::unique_ptr<SignerResult> m_signerResultOwned;
   SignerPolicy& m_signerPolicy;  // *m_signerPolicyOwned

@@ -1,5 +1,6 @@
 // Loading XML into the verifier, collecting its signatures and selecting one.
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/reference/ReferenceResult.h"
 #include "support/ClsBinData.h"
 #include "support/ClsStringBuilder.h"
 #include "support/ClsXml.h"
@@ -47,6 +48,7 @@ void releaseDocument(ClsXml*& root, ExtPtrArrayRc& signatures, int32_t& selector
 
 bool ClsXmlDSig::loadSignature(XString& xml, LogBase& log) {
   releaseDocument(m_xmlRoot, m_signatures, m_selector);
+  m_record.clear();  // results of the document loaded before
 
   // The keywords are the object's own, whatever log the caller passed.
   m_isZatca = m_log.hasUncommonOption("ZATCA", true);

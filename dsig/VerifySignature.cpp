@@ -22,6 +22,7 @@
 #include "dsig/DocumentFamilyMarkers.h"
 #include "dsig/RsaPssParams.h"
 #include "dsig/reference/DSigReference.h"
+#include "dsig/reference/ReferenceResult.h"
 #include "dsig/transform/TransformAlgorithms.h"
 #include "support/ClsXml.h"
 #include "support/ContentCoding.h"
@@ -45,11 +46,87 @@ std::string siiDomainWithoutHost() {
 
 bool ClsXmlDSig::VerifySignature(bool verifyReferenceDigests) {
   OperationFrame frame(*this, "VerifySignature", true);
-  return verifySignature(verifyReferenceDigests, m_log);
+  const bool valid = verifySignature(verifyReferenceDigests, m_log);
+  if (valid) {
+    m_record.clearFailure();
+  } else {
+    if (m_record.failureCause.empty()) m_record.failureCause = "other";
+    if (m_record.failureText.empty()) m_record.failureText = lastErrorLine();
+    if (m_record.failureText.empty()) m_record.failureText = "the signature is not valid";
+  }
+  return valid;
+}
+
+void ClsXmlDSig::noteFailure(const char* cause, const std::string& text) {
+  if (!m_record.failureCause.empty()) return;
+  m_record.failureCause = cause;
+  m_record.failureText = text;
+}
+
+void ClsXmlDSig::noteKeyFailure(bool hmac, int keysTried) {
+  if (!hmac && !m_signerPolicy.pinned.empty()) {
+    noteFailure("signer-not-pinned");  // only pinned keys were tried
+  } else if (hmac) {
+    noteFailure("wrong-key", "wrong key: the HMAC secret given does not verify the signature value");
+  } else {
+    noteFailure("wrong-key", "wrong key: the signature value does not verify with " +
+                                 (keysTried == 1 ? std::string("the key") : "any of the " + std::to_string(keysTried) + " keys") +
+                                 " tried (or SignedInfo was changed)");
+  }
+}
+
+namespace {
+
+// The algorithm of a reference that is not known: its digest method, else the first of
+// its transforms not in the table.
+std::string unknownAlgorithmOf(const ReferenceResult& r) {
+  if (!dsig_algorithms::findDigestMethod(r.digestMethod)) return r.digestMethod;
+  for (const std::string& uri : r.transforms)
+    if (!dsig_algorithms::findAlgorithm(uri)) return uri;
+  return std::string();
+}
+
+}  // namespace
+
+void ClsXmlDSig::noteReferenceFailure() {
+  // A changed document, an algorithm not supported and missing data are what a user must
+  // hear about; any other failing reference keeps the verifier's own reason.
+  const ReferenceResult* first = nullptr;
+  for (const bool toldApart : {true, false}) {
+    for (const ReferenceResult& r : m_record.references) {
+      if (!r.checked || r.refFailReason == 0 || r.mismatchWaived || (r.externalDataMissing && m_ignoreExternalRefs))
+        continue;
+      const std::string status = r.status();
+      if (!toldApart || status == "digest-mismatch" || status == "unsupported-algorithm" ||
+          status == "external-data-missing") {
+        first = &r;
+        break;
+      }
+    }
+    if (first) break;
+  }
+  if (!first) return;
+  m_record.failedReference = first->index;
+  const std::string which = "reference " + std::to_string(first->index) + " (URI \"" + first->uri + "\")";
+  const std::string status = first->status();
+  if (status == "digest-mismatch") {
+    noteFailure("digest-mismatch", "digest mismatch in " + which + ": the data it covers was changed");
+  } else if (status == "unsupported-algorithm") {
+    noteFailure("unsupported-algorithm", "unsupported algorithm \"" + unknownAlgorithmOf(*first) + "\" in " + which);
+  } else if (status == "external-data-missing") {
+    noteFailure("external-data-missing", "external data missing for " + which);
+  } else {
+    noteFailure(status == "failed" ? "other" : status.c_str());
+  }
 }
 
 bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   m_signerResult.clear();
+  m_record.clearFailure();
+  m_record.references.clear();
+  m_record.selector = m_selector;
+  m_record.signedInfoKept = false;
+  m_record.canonicalSignedInfo.clear();
   log.LogDataSb("uncommonOptions", log.m_uncommonOptions);
   checkSetZatca(log);
   checkSetMyInvois(log);
@@ -58,6 +135,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
 
   ClsXml* signature = selectedSignature();
   if (m_signatures.getSize() == 0 || !signature) {
+    noteFailure("structure");
     log.LogError("There are no signatures.");
     return false;
   }
@@ -70,6 +148,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   // A signature that is not built as one (a second SignedInfo or SignatureValue, children
   // out of order) is refused before anything in it is read.
   if (!checkSignatureStructure(log)) {
+    noteFailure("structure");
     logSuccessFailure2(false, log);
     return false;
   }
@@ -77,10 +156,12 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   LogNull quiet;
   const int numRefs = numReferences(signature, quiet);
   if (numRefs == 0) {
+    noteFailure("structure");
     log.LogError("There are no references.");
     return false;
   }
   if (numRefs > m_maxReferences) {
+    noteFailure("limit-exceeded");
     log.LogError(("The signature has " + std::to_string(numRefs) + " references, more than MaxReferences (" +
                   std::to_string(m_maxReferences) + ").")
                      .c_str());
@@ -106,6 +187,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
       }
     }
     if (failures >= 1) {
+      noteReferenceFailure();
       log.LogDataLong("refFailureCount", failures);
       // A work limit is the reason a user needs to see, so it is the last error.
       if (m_refFailReason == kRefFailLimit) log.LogError(m_limitExceeded.c_str());
@@ -153,6 +235,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   StringBuffer canonAlgorithm;
   StringBuffer prefixList;
   if (!getCanonicalizationMethod(canonAlgorithm, prefixList, log)) {
+    noteFailure("structure");
     log.LogError("Unable to get SignedInfo CanonicalizationMethod.");
     return false;
   }
@@ -161,6 +244,8 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   if (!prefixList.isEmpty()) prefixList.split(canon.inclusivePrefixes, ' ', true, true);
   const dsig_algorithms::AlgorithmRow* c14nRow = dsig_algorithms::findAlgorithm(canonAlgorithm.view());
   if (!c14nRow || c14nRow->kind != dsig_algorithms::StepKind::Canonical) {
+    noteFailure("unsupported-algorithm",
+                "unsupported canonicalization algorithm \"" + std::string(canonAlgorithm.view()) + "\"");
     log.LogError(("Unknown canonicalization method: " + std::string(canonAlgorithm.view())).c_str());
     logSuccessFailure2(false, log);
     return false;
@@ -181,6 +266,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   if (siiCase) {
     const size_t offset = signedInfoStart - static_cast<size_t>(m_siiDteOffset);
     if (!canon.xmlCanonicalize(m_siiDteXml, nullptr, offset, canonSignedInfo, log)) {
+      noteFailure("canonicalization-failed");
       std::string msg = "Failed to canonicalize " + siiDomainWithoutHost() + " SignedInfo fragment.";
       log.LogError(msg.c_str());
       return false;
@@ -191,6 +277,7 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     const long long dodaPos = m_xmlSb.indexOf("<doda>");
     const size_t offset = dodaPos >= 0 ? signedInfoStart - static_cast<size_t>(dodaPos) : signedInfoStart;
     if (!canon.xmlCanonicalize(doda, nullptr, offset, canonSignedInfo, log)) {
+      noteFailure("canonicalization-failed");
       log.LogError("Failed to canonicalize doda SignedInfo fragment.");
       return false;
     }
@@ -216,25 +303,33 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     const bool done = tree && elementInContext(tree->indexOf(*signedInfo->node()), {}, context, contextOffset) &&
                       canon.xmlCanonicalize(context, nullptr, contextOffset, canonSignedInfo, quietCanon);
     if (!done && !canon.xmlCanonicalize(m_xmlSb, nullptr, signedInfoStart, canonSignedInfo, log)) {
+      noteFailure("canonicalization-failed");
       log.LogError("Failed to canonicalize SignedInfo fragment.");
       return false;
     }
   }
   if (log.m_verboseLogging) log.LogBracketed("canonicalizedSignedInfo", canonSignedInfo);
+  if (m_record.keepDigestedBytes) {
+    m_record.canonicalSignedInfo.assign(canonSignedInfo.getString(), canonSignedInfo.getSize());
+    m_record.signedInfoKept = true;
+  }
 
   StringBuffer signatureValue;
   if (!getSignatureValue(signatureValue, log)) {
+    noteFailure("structure");
     log.LogError("Unable to find the SignatureValue element.");
     return false;
   }
   DataBuffer signatureBytes;
   if (!ContentCoding::decodeBase64ToDb(signatureValue.getString(), signatureValue.getSize(), signatureBytes)) {
+    noteFailure("structure");
     log.LogError("Failed to decode base64 SignatureValue.");
     return false;
   }
 
   StringBuffer signatureMethod;
   if (!getSignedInfoField("SignatureMethod", "Algorithm", signatureMethod, log)) {
+    noteFailure("structure");
     log.LogError("Unable to location the SignatureMethod algorithm within the SignedInfo.");
     return false;
   }
@@ -242,6 +337,8 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   // Only a method known exactly is used: an unknown URI is never read as a nearby one.
   const dsig_algorithms::SignatureMethod* method = dsig_algorithms::findSignatureMethod(signatureMethod.view());
   if (!method) {
+    noteFailure("unsupported-algorithm",
+                "unsupported signature algorithm \"" + std::string(signatureMethod.view()) + "\"");
     const std::string error = "Unknown SignatureMethod algorithm: \"" + std::string(signatureMethod.view()) + "\"";
     log.LogError(error.c_str());
     logSuccessFailure2(false, log);
@@ -272,11 +369,13 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     const bool keysRead = getPublicKey(false, keys, log);
     pinCandidateKeys(keys, log);
     if ((!keysRead && m_signerPolicy.pinned.empty()) || keys.getSize() == 0) {
+      noteFailure("no-key", "no key found: KeyInfo yields none");
       log.LogError("No public key available to verify signature.");
       return false;
     }
   } else if (keyType == 4) {
     if (m_hmacKey.isEmpty()) {
+      noteFailure("no-key", "no key: an HMAC signature needs its secret");
       log.LogError("No HMAC key available to verify signature.");
       return false;
     }
@@ -324,7 +423,10 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     }
   }
 
+  if (!valid) noteKeyFailure(keyType == 4, keys.getSize());
   valid = settleSigner(valid, verifiedBy, keyType == 4, log);
+  if (!valid && m_signerResult.trustChecked && !m_signerResult.trusted) noteFailure("untrusted-signer");
+  if (!valid && !m_signerPolicy.pinned.empty()) noteFailure("signer-not-pinned");
   logSuccessFailure2(valid, log);
   return valid;
 }

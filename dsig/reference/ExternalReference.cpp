@@ -1,12 +1,15 @@
 // References to data outside the document: the caller's data store (SetRefData...), the
 // search of ExternalRefDirs, the streaming digest of a detached file, and the small URI
 // queries (ReferenceUri, IsReferenceExternal).
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <new>
 
 #include "crypto/_btHash.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/reference/DSigReference.h"
+#include "dsig/reference/ReferencePipeline.h"
 #include "support/Charset.h"
 #include "support/ClsBinData.h"
 #include "support/ClsStringBuilder.h"
@@ -136,11 +139,28 @@ bool climbsOut(std::string_view name) {
   return false;
 }
 
+// The bytes an external reference digested, for a caller that asked to keep them.
+void keepExternalBytes(const DSigRefExternalData& refData, ReferenceResult& result) {
+  if (!refData.data.isEmpty()) {
+    result.digestedBytes.assign(reinterpret_cast<const char*>(refData.data.getData2()), refData.data.getSize());
+    result.bytesKept = true;
+    return;
+  }
+  std::ifstream in(refData.filePath.getUtf8(), std::ios::binary);
+  if (!in) return;
+  result.digestedBytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  result.bytesKept = true;
+}
+
 }  // namespace
 
-bool ClsXmlDSig::verifyExternalReference(int index, const StringBuffer& uri, DSigReference& ref,
+bool ClsXmlDSig::verifyExternalReference(int index, const StringBuffer& uri, ReferencePipeline& pipe,
                                          bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log) {
   log.LogDataSb("externalUri", uri);
+  const DSigReference& ref = pipe.ref;
+  Coverage& coverage = pipe.result.coverage;
+  coverage.kind = "external";
+  coverage.externalUri = uri.getString();
 
   const DSigRefExternalData* refData = getExtRef(index, false, log);
   DSigRefExternalData foundFile;  // used only when the file is found in ExternalRefDirs
@@ -168,6 +188,10 @@ bool ClsXmlDSig::verifyExternalReference(int index, const StringBuffer& uri, DSi
     }
   }
 
+  if (refData) {
+    coverage.externalSource = refData->data.isEmpty() && !refData->filePath.isEmpty() ? "file" : "caller-data";
+    if (coverage.externalSource == "file") coverage.externalFile = refData->filePath.getUtf8();
+  }
   if (!refData) {
     log.LogError("No external data defined for this reference.");
     log.LogInfo("Hint 1: Set the IgnoreExternalRefs property to verify without checking digests for external file references.");
@@ -183,11 +207,13 @@ bool ClsXmlDSig::verifyExternalReference(int index, const StringBuffer& uri, DSi
     m_refFailReason = reason;
     return false;
   }
+  if (pipe.keepsBytes()) keepExternalBytes(*refData, pipe.result);
 
   // External data is compared once: none of the same-document fallbacks apply.
   StringBuffer computed;
   digest.encodeDB("base64", computed);
   log.LogDataSb("calculatedDigest", computed);
+  pipe.result.calculatedDigest = computed.getString();
   log.LogDataSb("storedRefDigest", ref.digestValue);
   const bool match = computed.equals(ref.digestValue);
   m_refFailReason = match ? 0 : 1;

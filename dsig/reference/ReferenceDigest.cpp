@@ -1,12 +1,13 @@
 // Verifying the digest of one Reference of the selected signature: the public
 // VerifyReferenceDigest, the retry that switches the attribute-sorting emulation, one
-// attempt with its dispatch to the same-document or external path, and the comparison
-// of a same-document digest with the stored value.
+// attempt with its dispatch to the same-document or external path, the comparison of a
+// same-document digest with the stored value, and the result kept for the reference.
 #include <string>
 
 #include "crypto/_btHash.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/reference/DSigReference.h"
+#include "dsig/reference/ReferencePipeline.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 
@@ -38,8 +39,28 @@ void ClsXmlDSig::splitExternalRefDirs(ExtPtrArraySb& dirs) const {
 bool ClsXmlDSig::verifyReferenceDigest(int index, bool& externalDataMissing, ExtPtrArraySb& dirs,
                                        LogBase& log) {
   LogContextExitor ctx(log, "verifyReferenceDigest");
+  // Each attempt starts a fresh result; the last one is the reference's.
+  ReferenceResult result;
+  const bool ok = verifyReferenceDigestRetrying(index, result, externalDataMissing, dirs, log);
+  result.checked = true;
+  result.index = index;
+  result.refFailReason = ok && !result.mismatchWaived ? 0 : m_refFailReason;
+  if (result.mismatchWaived) result.refFailReason = 1;
+  result.externalDataMissing = externalDataMissing;
+  if (index >= 0) {
+    if (m_record.selector != m_selector) {
+      m_record.references.clear();
+      m_record.selector = m_selector;
+    }
+    if (m_record.references.size() <= static_cast<size_t>(index)) m_record.references.resize(index + 1);
+    m_record.references[index] = std::move(result);
+  }
+  return ok;
+}
 
-  if (verifyReferenceDigest2(index, externalDataMissing, dirs, log)) return true;
+bool ClsXmlDSig::verifyReferenceDigestRetrying(int index, ReferenceResult& result, bool& externalDataMissing,
+                                               ExtPtrArraySb& dirs, LogBase& log) {
+  if (referenceAttempt(index, result, externalDataMissing, dirs, log)) return true;
 
   log.LogDataLong("invalidDigestReason", m_refFailReason);
   // Only a plain mismatch can be explained by how the signer's canonicalizer ordered
@@ -51,21 +72,25 @@ bool ClsXmlDSig::verifyReferenceDigest(int index, bool& externalDataMissing, Ext
   if (m_dupAttrSortBug) {
     log.LogInfo("Retry without duplication of common XML canonicalization attribute sorting bug...");
     m_dupAttrSortBug = false;
-    return verifyReferenceDigest2(index, externalDataMissing, dirs, log);
+    result = ReferenceResult();
+    return referenceAttempt(index, result, externalDataMissing, dirs, log);
   }
   if (!m_noSortBugRetry) {
     log.LogInfo("Retry with duplication of common XML canonicalization attribute sorting bug...");
     m_dupAttrSortBug = true;
-    if (verifyReferenceDigest2(index, externalDataMissing, dirs, log)) {
+    ReferenceResult retry;
+    if (referenceAttempt(index, retry, externalDataMissing, dirs, log)) {
       log.LogInfo("This signature was produced by software having the attribute sorting bug.");
+      result = std::move(retry);
       return true;
     }
+    result = std::move(retry);
   }
   return false;
 }
 
-bool ClsXmlDSig::verifyReferenceDigest2(int index, bool& externalDataMissing, ExtPtrArraySb& dirs,
-                                        LogBase& log) {
+bool ClsXmlDSig::referenceAttempt(int index, ReferenceResult& result, bool& externalDataMissing,
+                                  ExtPtrArraySb& dirs, LogBase& log) {
   LogContextExitor ctx(log, "verifyReferenceDigest_inner");
   externalDataMissing = false;
   m_refFailReason = 99;
@@ -82,16 +107,16 @@ bool ClsXmlDSig::verifyReferenceDigest2(int index, bool& externalDataMissing, Ex
     return false;
   }
 
-  DSigReference ref;
-  ref.parseReference(referenceXml.get(), log);
+  ReferencePipeline pipe(result, m_record.keepDigestedBytes);
+  pipe.parse(*referenceXml, log);
   // A digest method that is not known exactly is refused rather than replaced by another.
-  if (ref.getHashAlg() == 0) {
-    const std::string error = "Unknown DigestMethod algorithm: \"" + std::string(ref.digestMethod.view()) + "\"";
+  if (pipe.ref.getHashAlg() == 0) {
+    const std::string error = "Unknown DigestMethod algorithm: \"" + std::string(pipe.ref.digestMethod.view()) + "\"";
     log.LogError(error.c_str());
     m_refFailReason = kRefFailUnknownAlgorithm;
     return false;
   }
-  StringBuffer uri(ref.uri);
+  StringBuffer uri(pipe.ref.uri);
   uri.trim2();
 
   // "#Id" and "#xpointer(...)" both name data inside the document; the canonicalization
@@ -99,13 +124,14 @@ bool ClsXmlDSig::verifyReferenceDigest2(int index, bool& externalDataMissing, Ex
   if (uri.beginsWith("#")) {
     uri.removeChunk(0, 1);
     log.LogDataSb("sameDocumentUri", uri);
-    return verifyInternalReference(index, uri, ref, log);
+    return verifyInternalReference(index, uri, pipe, log);
   }
   if (uri.isEmpty()) {
     if (!m_isCmaStp) log.LogInfo("URI is the entire XML document.");
-    return verifyInternalReference(index, uri, ref, log);
+    return verifyInternalReference(index, uri, pipe, log);
   }
-  return verifyExternalReference(index, uri, ref, externalDataMissing, dirs, log);
+  result.external = true;
+  return verifyExternalReference(index, uri, pipe, externalDataMissing, dirs, log);
 }
 
 namespace {
@@ -122,12 +148,14 @@ void base64OfLowerHex(const DataBuffer& digest, StringBuffer& out) {
 
 }  // namespace
 
-bool ClsXmlDSig::compareSameDocumentDigest(const StringBuffer& uri, DSigReference& ref,
+bool ClsXmlDSig::compareSameDocumentDigest(const StringBuffer& uri, ReferencePipeline& pipe,
                                            bool transformedHasSignedProperties, const DataBuffer& digest,
                                            LogBase& log) {
+  DSigReference& ref = pipe.ref;
   const StringBuffer& stored = ref.digestValue;
   StringBuffer computed;
   digest.encodeDB("base64", computed);
+  pipe.result.calculatedDigest = computed.getString();
   log.LogDataSb("calculatedDigest", computed);
   log.LogDataSb("storedRefDigest", stored);
   if (computed.equals(stored)) {
@@ -147,8 +175,9 @@ bool ClsXmlDSig::compareSameDocumentDigest(const StringBuffer& uri, DSigReferenc
     transformCanonicalize(nullptr, zatcaXml, excC14n, uri, log);
     zatcaXml.replaceFirstOccurance("></ds:DigestMethod>", "/>", false);
     DataBuffer zatcaDigest;
-    _btHash::doHash(zatcaXml.getString(), zatcaXml.getSize(), ref.getHashAlg(), zatcaDigest);
+    pipe.hash(zatcaXml.getString(), zatcaXml.getSize(), ref.getHashAlg(), zatcaDigest);
     base64OfLowerHex(zatcaDigest, computed);
+    pipe.result.calculatedDigest = computed.getString();
     log.LogDataSb("calculatedDigest2", computed);
     log.LogDataSb("storedRefDigest2", stored);
     m_noSortBugRetry = true;
@@ -175,6 +204,7 @@ bool ClsXmlDSig::compareSameDocumentDigest(const StringBuffer& uri, DSigReferenc
 
   // This option waives digest checking altogether (keywords match in any case).
   if (log.hasUncommonOption("AllowXmlDigestError", true)) {
+    pipe.result.mismatchWaived = true;
     m_refFailReason = 0;
     return true;
   }

@@ -2,16 +2,14 @@
 // together with the XML-Signature Signature elements that directly follow it as its
 // siblings (countersignatures and parallel signatures added after it), each along its own
 // element span in the parsed document. Nothing else is ever cut.
-#include <algorithm>
 #include <vector>
 
 #include "dsig/ClsXmlDSig.h"
-#include "dsig/reference/DSigReference.h"
+#include "dsig/reference/ReferencePipeline.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 
-bool ClsXmlDSig::transformEnvelopedSignature(StringBuffer& xml, StringBuffer& /*unused1*/,
-                                             StringBuffer& /*unused2*/, DSigReference& ref, LogBase& log) {
+bool ClsXmlDSig::transformEnvelopedSignature(StringBuffer& xml, ReferencePipeline& pipe, LogBase& log) {
   LogContextExitor ctx(log, "transformEnvelopedSignature");
 
   StringBuffer sigId;
@@ -28,19 +26,13 @@ bool ClsXmlDSig::transformEnvelopedSignature(StringBuffer& xml, StringBuffer& /*
     return false;
   }
   if (log.m_verboseLogging) log.LogDataLong("signaturesRemoved", static_cast<long long>(spans.size()));
+  for (const TextSpan& span : spans) recordRemovedElement(span.start, "enveloped-signature", pipe.result.coverage);
 
   // While the working text is the document (less earlier cuts), the spans are recorded
   // and the text read in place around them.
-  if (m_pipelineText.inPlace) {
-    std::vector<TextSpan>& cuts = m_pipelineText.cuts;
-    for (const TextSpan& span : spans) {
-      const bool already = std::any_of(cuts.begin(), cuts.end(), [&](const TextSpan& c) {
-        return c.start <= span.start && span.end <= c.end;
-      });
-      if (!already) cuts.push_back(span);
-    }
-    std::sort(cuts.begin(), cuts.end(), [](const TextSpan& a, const TextSpan& b) { return a.start < b.start; });
+  if (pipe.inPlace) {
+    pipe.addCuts(spans);
     return true;
   }
-  return cutSpansFromTransformedText(xml, spans, ref, log);
+  return cutSpansFromTransformedText(xml, spans, pipe.ref, log);
 }
