@@ -27,7 +27,10 @@ int usageError(const std::string& command, const std::string& reason) {
 
 bool Output::open(const Args& args, std::string& error) {
   m_json = args.has("json");
-  const std::string path = args.value("output");
+  return openPath(args.value("output"), error);
+}
+
+bool Output::openPath(const std::string& path, std::string& error) {
   if (path.empty() || path == "-") return true;
   const size_t slash = path.rfind('/');
   const std::string dir = slash == std::string::npos ? std::string(".") : path.substr(0, slash + 1);

@@ -36,6 +36,8 @@ class Output {
   Output& operator=(const Output&) = delete;
   // False with a one-line reason when the temporary file cannot be created.
   bool open(const Args& args, std::string& error);
+  // The same for a file named otherwise than by -o ("" or "-" is standard output).
+  bool openPath(const std::string& path, std::string& error);
   // Removes the temporary file when the output was not committed.
   ~Output();
   void write(const std::string& text);

@@ -55,6 +55,10 @@ int runC14n(const Args& args);
 const CommandSpec& timestampSpec();
 int runTimestamp(const Args& args);
 
+// The validation report of documents as one HTML page; `verify --html` writes the same.
+const CommandSpec& reportSpec();
+int runReport(const Args& args);
+
 // Reference digests only; `verify --references-only` runs the same.
 const CommandSpec& refsSpec();
 int runReferences(const Args& args);

@@ -23,6 +23,7 @@ const OptionSpec kOptHelp{"help", 'h', false, false, "", "Print this help and ex
 const std::vector<Command>& commands() {
   static const std::vector<Command> registry = {
       {verifySpec, runVerify},
+      {reportSpec, runReport},
       {infoSpec, runInfo},
       {refsSpec, runReferences},
       {c14nSpec, runC14n},

@@ -25,6 +25,19 @@ const OptionSpec kOptLimit{"limit", '\0', true, true, "NAME=N",
                            "Set a work limit of one verification: references (default 100000), transforms "
                            "(per reference, default 100) or canonical-bytes (default 33554432); may be repeated."};
 
+const OptionSpec kOptKey{"key", '\0', true, true, "[NAME=]FILE",
+                         "A public key or certificate (PEM or DER) to verify with, after the keys the "
+                         "signature's KeyInfo yields. NAME=FILE: only for a signature whose KeyInfo has "
+                         "KeyName NAME; may be repeated."};
+const OptionSpec kOptHmacKey{"hmac-key", '\0', true, false, "TEXT", "The secret of an HMAC signature."};
+const OptionSpec kOptHmacEncoding{"hmac-encoding", '\0', true, false, "ENC",
+                                  "How --hmac-key is written: ascii (default), hex, base64, ..."};
+const OptionSpec kOptCert{"cert", '\0', true, true, "FILE",
+                          "A certificate (PEM or DER) for the store that KeyInfo references are looked up in; "
+                          "may be repeated."};
+const OptionSpec kOptCertDir{"cert-dir", '\0', true, true, "DIR",
+                             "Every certificate file of DIR for the store; may be repeated."};
+
 void configureVerifier(ClsXmlDSig& dsig, const VerifyRequest& req) {
   if (req.verbose) dsig.put_VerboseLogging(true);
   std::string options;

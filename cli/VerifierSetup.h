@@ -18,6 +18,12 @@ extern const OptionSpec kOptRefData;
 extern const OptionSpec kOptExternalDir;
 extern const OptionSpec kOptIgnoreExternal;
 extern const OptionSpec kOptLimit;
+// The keys and certificates a verification may use (verify, report).
+extern const OptionSpec kOptKey;
+extern const OptionSpec kOptHmacKey;
+extern const OptionSpec kOptHmacEncoding;
+extern const OptionSpec kOptCert;
+extern const OptionSpec kOptCertDir;
 
 // Applies the settings every command shares to a verifier: verbose logging and the
 // uncommon-option keywords.

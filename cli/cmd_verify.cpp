@@ -8,6 +8,7 @@
 #include "cli/Commands.h"
 #include "cli/DocumentJson.h"
 #include "cli/DocumentVerify.h"
+#include "cli/HtmlReport.h"
 #include "cli/InputFile.h"
 #include "cli/ValidationReport.h"
 #include "cli/VerifierSetup.h"
@@ -21,21 +22,12 @@ const OptionSpec kOptNoReferences{"no-references", '\0', false, false, "",
                                   "Check only the signature value over SignedInfo, not the reference digests."};
 const OptionSpec kOptReferencesOnly{"references-only", '\0', false, false, "",
                                     "Check only the reference digests and print each one (as `xmldsig refs`)."};
-const OptionSpec kOptKey{"key", '\0', true, true, "[NAME=]FILE",
-                         "A public key or certificate (PEM or DER) to verify with, after the keys the "
-                         "signature's KeyInfo yields. NAME=FILE: only for a signature whose KeyInfo has "
-                         "KeyName NAME; may be repeated."};
-const OptionSpec kOptHmacKey{"hmac-key", '\0', true, false, "TEXT", "The secret of an HMAC signature."};
-const OptionSpec kOptHmacEncoding{"hmac-encoding", '\0', true, false, "ENC",
-                                  "How --hmac-key is written: ascii (default), hex, base64, ..."};
-const OptionSpec kOptCert{"cert", '\0', true, true, "FILE",
-                          "A certificate (PEM or DER) for the store that KeyInfo references are looked up in; "
-                          "may be repeated."};
+const OptionSpec kOptHtml{"html", '\0', true, false, "PAGE",
+                          "Also write the validation report of every file as one HTML page to PAGE (as "
+                          "`xmldsig report` does); written even when a FILE cannot be read."};
 const OptionSpec kOptReport{"report", '\0', false, false, "",
                             "Print the validation report of each file instead: one JSON object per line, "
                             "shaped as docs/report.schema.json describes."};
-const OptionSpec kOptCertDir{"cert-dir", '\0', true, true, "DIR",
-                             "Every certificate file of DIR for the store; may be repeated."};
 
 // Reads one FILE and verifies it; a file that cannot be read gets its error as its verdict.
 DocumentVerdict verifyInput(const std::string& file, const VerifyRequest& req) {
@@ -62,7 +54,7 @@ const CommandSpec& verifySpec() {
       "[--selector N | --signature-id ID | --all] [--no-references | --references-only] [--key FILE] "
       "[--hmac-key TEXT [--hmac-encoding ENC]] [--cert FILE]... [--cert-dir DIR]... [--signer FILE]... "
       "[--trust FILE|DIR]... [--crl FILE]... [--at TIME] [--ref-data INDEX=FILE]... "
-      "[--external-dir DIR]... [--ignore-external] [--limit NAME=N]... [--option KEYWORD]... [--json | --report] [--log] [--verbose] [-j N] "
+      "[--external-dir DIR]... [--ignore-external] [--limit NAME=N]... [--option KEYWORD]... [--json | --report] [--html PAGE] [--log] [--verbose] [-j N] "
       "[-o FILE] FILE...",
       "For each FILE (\"-\" reads standard input), verifies one signature (the first, or the one "
       "chosen with --selector or --signature-id), or every signature with --all: the digest of every "
@@ -118,7 +110,7 @@ const CommandSpec& verifySpec() {
       "documents, HL7, SK-XML, SWIFT SAA, ebXML, EBICS, CMA STP) are recognised from the document.",
       {kOptSelector, kOptSignatureId, kOptAll, kOptNoReferences, kOptReferencesOnly, kOptKey, kOptHmacKey,
        kOptHmacEncoding, kOptCert, kOptCertDir, kOptSigner, kOptTrust, kOptCrl, kOptAt, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon,
-       kOptJson, kOptReport, kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
+       kOptJson, kOptReport, kOptHtml, kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
       "0  every verified signature is valid\n"
       "1  a signature is not valid\n"
       "2  usage error (an unknown option or --option keyword), or a FILE could not be read (a directory, "
@@ -137,8 +129,12 @@ int runVerify(const Args& args) {
   if (args.has("json") && args.has("report")) return usageError("verify", "give only one of --json and --report");
   if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error))
     return usageError("verify", error);
-  Output out;
-  if (!out.open(args, error)) return usageError("verify", error);
+  const bool html = args.has("html");
+  if (html) req.report = req.reportSource = true;  // the page is drawn from the reports
+  Output out, page;
+  if (!out.open(args, error) || (html && !page.openPath(args.value("html"), error)))
+    return usageError("verify", error);
+  std::vector<nlohmann::ordered_json> pageReports;
 
   std::vector<DocumentVerdict> results(args.positionals.size());
   bool anyUnloaded = false, anyInvalid = false;
@@ -157,8 +153,11 @@ int runVerify(const Args& args) {
           if (!s.log.empty()) std::fputs(s.log.c_str(), stderr);
           if (!s.valid) anyInvalid = true;
         }
-        if (req.report) {
-          out.jsonLine(buildValidationReport(f, req));
+        if (html) pageReports.push_back(buildValidationReport(f, req));
+        if (args.has("report")) {
+          nlohmann::ordered_json report = buildValidationReport(f, req);
+          report.erase("source");  // the page's; --report prints none
+          out.jsonLine(report);
         } else if (out.json()) {
           for (const nlohmann::ordered_json& j : verdictJson(f, req)) out.jsonLine(j);
         } else {
@@ -172,6 +171,10 @@ int runVerify(const Args& args) {
         }
         f = DocumentVerdict();
       });
+  if (html) {
+    page.write(renderHtmlReport(pageReports));
+    if (!page.commit(error)) return usageError("verify", error);
+  }
   return finishOutput(out, "verify", anyUnloaded ? kExitUsage : anyInvalid ? kExitInvalid : kExitOk);
 }
 
