@@ -36,10 +36,12 @@ dt { color: var(--muted); } dd { margin: 0; word-break: break-word; }
 .yes { color: var(--valid); font-weight: 600; } .no { color: var(--invalid); font-weight: 600; }
 table.refs { border-collapse: collapse; width: 100%; margin-top: 4px; }
 table.refs th, table.refs td { border: 1px solid #e0e0e0; padding: 4px 6px; vertical-align: top; text-align: left; }
+table.refs th, table.refs td.status { white-space: nowrap; }
+table.refs td code { overflow-wrap: anywhere; }
 table.refs th { background: #f1f3f4; font-weight: 600; }
 tr.ref.failed { background: #fdecea; }
 tr.ref.failed td.status { color: var(--invalid); font-weight: 600; }
-td.digest { word-break: break-all; }
+td.digest { word-break: break-all; min-width: 14ch; }
 td.digest.mismatch { background: #f9c7c2; outline: 2px solid var(--invalid); }
 .warnings li .code { font-family: ui-monospace, monospace; font-size: 12px; background: #fff4e5; padding: 0 4px; }
 .log-tree { font-family: ui-monospace, monospace; font-size: 12px; border: 1px solid #e0e0e0; padding: 6px; max-height: 520px; overflow: auto; background: #fbfbfb; }
