@@ -145,7 +145,7 @@ TEST(HostileDocuments, DetachedReferencesReadOnlyWhatTheCallerAllows) {
     XString dirs((dir + "/refs").c_str());
     o.dsig->put_ExternalRefDirs(dirs);
     EXPECT_FALSE(o.dsig->VerifySignature(true));
-    EXPECT_EQ(o.logged("usingFile"), uri == "../secret.txt");
+    EXPECT_FALSE(o.logged("usingFile"));  // not even "../secret.txt" beside the directory
     EXPECT_EQ(o.dsig->lastErrorText().find("TOP-SECRET"), std::string::npos);
   }
 }
