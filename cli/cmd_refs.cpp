@@ -1,6 +1,9 @@
 // xmldsig refs: checks the digest of every reference of a signature, without verifying the
 // signature value, and prints for each its URI, result, calculated and stored digests and
 // the failure reason. `xmldsig verify --references-only` runs the same code.
+#include <sys/stat.h>
+
+#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -22,6 +25,10 @@
 namespace cli {
 
 namespace {
+
+const OptionSpec kOptDump{"dump", '\0', true, false, "DIR",
+                          "Write the bytes each reference digested to DIR/STEM.sigN.refM.bin and the canonical "
+                          "SignedInfo to DIR/STEM.sigN.signedinfo.bin (STEM: the file name without its extension)."};
 
 const char* reasonText(int reason) {
   switch (reason) {
@@ -54,6 +61,7 @@ struct FileResult {
   std::string signatureId;
   std::vector<ReferenceResult> references;
   std::string log;
+  std::string dumpError;  // the first file --dump could not write
 
   bool allValid() const {
     for (const ReferenceResult& r : references)
@@ -62,7 +70,23 @@ struct FileResult {
   }
 };
 
-FileResult checkFile(const std::string& file, const VerifyRequest& req) {
+// The name a dumped file starts with: the input's file name without directory and extension.
+std::string fileStem(const std::string& file) {
+  if (file == "-") return "stdin";
+  std::string name = file.substr(file.find_last_of('/') + 1);
+  const size_t dot = name.rfind('.');
+  return dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
+}
+
+bool writeBytes(const std::string& path, const DataBuffer& bytes, std::string& error) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes.getData2()), static_cast<std::streamsize>(bytes.getSize()));
+  if (out.flush()) return true;
+  if (error.empty()) error = "cannot write " + path;
+  return false;
+}
+
+FileResult checkFile(const std::string& file, const VerifyRequest& req, const std::string& dumpDir) {
   FileResult res;
   res.file = file;
   const bool withLog = req.log;
@@ -78,6 +102,17 @@ FileResult checkFile(const std::string& file, const VerifyRequest& req) {
 
   // External data is set before any reference is checked: it is kept per signature.
   applyRefData(*dsig, req);
+
+  // The canonical SignedInfo comes from a verification of the signature value alone,
+  // made before the references so that their results are the ones the loop leaves.
+  const std::string dumpStem = dumpDir.empty() ? std::string() : dumpDir + "/" + fileStem(file) + ".sig" +
+                                                                      std::to_string(res.signature);
+  RcPtr<ClsBinData> dumped(ClsBinData::createNewCls());
+  if (!dumpDir.empty()) {
+    dsig->put_KeepDigestedBytes(true);
+    dsig->VerifySignature(false);
+    if (dsig->GetCanonicalSignedInfo(*dumped)) writeBytes(dumpStem + ".signedinfo.bin", dumped->getDb(), res.dumpError);
+  }
 
   const int count = dsig->get_NumReferences();
   for (int i = 0; i < count; ++i) {
@@ -95,6 +130,8 @@ FileResult checkFile(const std::string& file, const VerifyRequest& req) {
       r.stored = result->storedDigest;
       r.skipped = !r.valid && r.external && req.ignoreExternal && result->externalDataMissing;
     }
+    if (!dumpDir.empty() && dsig->GetDigestedBytes(i, *dumped))
+      writeBytes(dumpStem + ".ref" + std::to_string(i) + ".bin", dumped->getDb(), res.dumpError);
     res.references.push_back(r);
   }
   return res;
@@ -153,7 +190,8 @@ const CommandSpec& refsSpec() {
       "refs",
       "check the reference digests of signatures",
       "[--selector N | --signature-id ID] [--ref-data INDEX=FILE]... [--external-dir DIR]... "
-      "[--ignore-external] [--limit NAME=N]... [--option KEYWORD]... [--json] [--log] [--verbose] [-j N] [-o FILE] FILE...",
+      "[--ignore-external] [--limit NAME=N]... [--option KEYWORD]... [--dump DIR] [--json] [--log] [--verbose] [-j N] "
+      "[-o FILE] FILE...",
       "For each FILE, checks the digest of every Reference of one signature (the first, or "
       "the one chosen with --selector or --signature-id) exactly as signature verification "
       "does, with the same document-family rules and retries, but does not verify the "
@@ -165,12 +203,18 @@ const CommandSpec& refsSpec() {
       "transform, a file that cannot be opened).\n\n"
       "References that point outside the document need their data: give it with --ref-data "
       "INDEX=FILE, or name directories to look in for a file of the URI's name with "
-      "--external-dir.",
-      {kOptSelector, kOptSignatureId, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon, kOptJson,
+      "--external-dir.\n\n"
+      "With --dump DIR it also writes, for the signature checked, the exact bytes each "
+      "reference digested (after its transforms) to DIR/STEM.sigN.refM.bin and the canonical "
+      "SignedInfo to DIR/STEM.sigN.signedinfo.bin, where STEM is the file name without its "
+      "extension, N the signature's index and M the reference's: hashing a .bin file with the "
+      "reference's digest method gives the digest the reference was checked against.",
+      {kOptSelector, kOptSignatureId, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon, kOptDump, kOptJson,
        kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
       "0  every reference of every FILE is valid (or skipped with --ignore-external)\n"
       "1  a reference digest is not valid\n"
-      "2  usage error, or a FILE could not be read, loaded, or has no such signature"};
+      "2  usage error, a FILE could not be read, loaded, or has no such signature, or a --dump "
+      "file could not be written"};
   return spec;
 }
 
@@ -185,17 +229,25 @@ int runReferences(const Args& args) {
     return usageError("refs", error);
   Output out;
   if (!out.open(args, error)) return usageError("refs", error);
+  const std::string dumpDir = args.value("dump");
+  struct stat st {};
+  if (args.has("dump") && (dumpDir.empty() || stat(dumpDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)))
+    return usageError("refs", "--dump needs an existing directory, not '" + dumpDir + "'");
 
   std::vector<FileResult> results(args.positionals.size());
   bool anyUnloaded = false, anyInvalid = false;
   runInOrder(
       results.size(), jobs,
-      [&](size_t i) { results[i] = checkFile(args.positionals[i], req); },
+      [&](size_t i) { results[i] = checkFile(args.positionals[i], req, dumpDir); },
       [&](size_t i) {
         FileResult& f = results[i];
         if (!f.log.empty()) std::fputs(f.log.c_str(), stderr);
         if (out.json()) out.jsonLine(toJson(f));
         else out.write(toText(f));
+        if (!f.dumpError.empty()) {
+          anyUnloaded = true;
+          std::fprintf(stderr, "xmldsig refs: %s: %s\n", f.file.c_str(), f.dumpError.c_str());
+        }
         if (!f.loaded) {
           anyUnloaded = true;
           std::fprintf(stderr, "xmldsig refs: %s: %s\n", f.file.c_str(), f.error.c_str());
