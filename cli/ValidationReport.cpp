@@ -276,6 +276,7 @@ ordered_json requestOptions(const VerifyRequest& req) {
     add("--selector " + std::to_string(req.selector));
   if (req.noReferences) add("--no-references");
   if (!req.keyFile.empty()) add("--key " + req.keyFile);
+  for (const auto& [name, file] : req.namedKeys) add("--key " + name + "=" + file);
   if (req.hasHmacKey) add("--hmac-key (secret) --hmac-encoding " + req.hmacEncoding);
   for (const std::string& f : req.certFiles) add("--cert " + f);
   for (const std::string& f : req.certDirs) add("--cert-dir " + f);
