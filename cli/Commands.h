@@ -59,6 +59,8 @@ int runTimestamp(const Args& args);
 const CommandSpec& reportSpec();
 int runReport(const Args& args);
 
+const CommandSpec& signedSpec();
+int runSigned(const Args& args);
 // Reference digests only; `verify --references-only` runs the same.
 const CommandSpec& refsSpec();
 int runReferences(const Args& args);

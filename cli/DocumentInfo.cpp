@@ -22,6 +22,27 @@ std::string attr(ClsXml* node, const char* name) {
   return v.getString();
 }
 
+ReferenceInfo describeReference(ClsXml* ref) {
+  ReferenceInfo r;
+  StringBuffer uri;
+  r.uriPresent = ref->getAttrValue("URI", uri);
+  r.uri = uri.getString();
+  // Same-document references are empty or start with '#'; anything else names outside data.
+  r.external = !r.uri.empty() && r.uri[0] != '#';
+  RcPtr<ClsXml> digest(ref->getChildWithTagUtf8("*:DigestMethod"));
+  r.digestMethod = attr(digest.get(), "Algorithm");
+  RcPtr<ClsXml> transforms(ref->getChildWithTagUtf8("*:Transforms"));
+  if (transforms) {
+    LogNull quiet;
+    const int n = transforms->numChildrenHavingTagUtf8("*:Transform", quiet);
+    for (int i = 0; i < n; ++i) {
+      RcPtr<ClsXml> t(transforms->getNthChildWithTagUtf8("*:Transform", i, quiet));
+      r.transforms.push_back(attr(t.get(), "Algorithm"));
+    }
+  }
+  return r;
+}
+
 std::vector<CertificateInfo> describeCertificates(ClsXmlDSig& d) {
   std::vector<CertificateInfo> out;
   LogNull quiet;
@@ -92,27 +113,6 @@ DocumentInfo inspectLoaded(const VerifyRequest& req, const std::string& name, st
 }
 
 }  // namespace
-
-ReferenceInfo describeReference(ClsXml* ref) {
-  ReferenceInfo r;
-  StringBuffer uri;
-  r.uriPresent = ref->getAttrValue("URI", uri);
-  r.uri = uri.getString();
-  // Same-document references are empty or start with '#'; anything else names outside data.
-  r.external = !r.uri.empty() && r.uri[0] != '#';
-  RcPtr<ClsXml> digest(ref->getChildWithTagUtf8("*:DigestMethod"));
-  r.digestMethod = attr(digest.get(), "Algorithm");
-  RcPtr<ClsXml> transforms(ref->getChildWithTagUtf8("*:Transforms"));
-  if (transforms) {
-    LogNull quiet;
-    const int n = transforms->numChildrenHavingTagUtf8("*:Transform", quiet);
-    for (int i = 0; i < n; ++i) {
-      RcPtr<ClsXml> t(transforms->getNthChildWithTagUtf8("*:Transform", i, quiet));
-      r.transforms.push_back(attr(t.get(), "Algorithm"));
-    }
-  }
-  return r;
-}
 
 DocumentInfo inspectDocument(const VerifyRequest& req, const std::string& name, std::string bytes) {
   try {

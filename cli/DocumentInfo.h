@@ -8,8 +8,6 @@
 #include "cli/FamilyReport.h"
 #include "cli/VerifyRequest.h"
 
-class ClsXml;
-
 namespace cli {
 
 struct ReferenceInfo {
@@ -47,9 +45,6 @@ struct DocumentInfo {
   std::string log;      // the verifier's log, with req.log
   std::string logJson;  // the same log as a JSON document, with req.log
 };
-
-// The URI, digest method and transforms of a Reference element.
-ReferenceInfo describeReference(ClsXml* reference);
 
 // Loads the document in bytes (released once loaded) with the request's options and
 // verbosity and describes its signatures. Never throws.

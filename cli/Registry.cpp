@@ -28,6 +28,7 @@ const std::vector<Command>& commands() {
       {refsSpec, runReferences},
       {c14nSpec, runC14n},
       {timestampSpec, runTimestamp},
+      {signedSpec, runSigned},
   };
   return registry;
 }

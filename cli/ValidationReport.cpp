@@ -4,13 +4,11 @@
 #include <set>
 #include <utility>
 
-#include "cli/DocumentInfo.h"
 #include "cli/FamilyReport.h"
 #include "cli/Help.h"
 #include "crypto/ClsPublicKey.h"
 #include "dsig/AlgorithmTables.h"
 #include "dsig/ClsXmlDSig.h"
-#include "dsig/reference/DSigReference.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 #include "support/RefCountedObject.h"
@@ -73,29 +71,19 @@ const char* weakHashName(int hashId) {
   return hashId == kHashSha1 ? "SHA-1" : hashId == kHashMd5 ? "MD5" : nullptr;
 }
 
-// Each reference as the report shows it: what was checked and the digests.
+// Each reference as the verifier's result describes it (digests, transforms, coverage),
+// with the status the verdict gives it: a failure an option waived is named as such.
 ordered_json referencesJson(ClsXmlDSig& d, const SignatureVerdict& s) {
   ordered_json refs = ordered_json::array();
-  LogNull quiet;
   for (const ReferenceOutcome& outcome : s.references) {
-    RcPtr<ClsXml> element(d.getReference(outcome.index, quiet));
-    ReferenceInfo info;
-    DSigReference parsed;
-    if (element) {
-      info = describeReference(element.get());
-      parsed.parseReference(element.get(), quiet);
-    }
+    XString text;
     ordered_json r;
-    r["index"] = outcome.index;
-    r["uri"] = outcome.uri;
-    r["external"] = outcome.external;
+    if (d.GetReferenceResultJson(outcome.index, text)) r = ordered_json::parse(text.getUtf8(), nullptr, false);
+    if (!r.is_object()) r = {{"index", outcome.index}, {"uri", outcome.uri}, {"external", outcome.external}};
     r["status"] = outcome.status;
-    r["refFailReason"] = nullptr;
-    r["digestMethod"] = orNull(info.digestMethod);
-    r["transforms"] = info.transforms;
-    r["calculatedDigest"] = nullptr;
-    r["storedDigest"] = orNull(parsed.digestValue.getString());
-    r["coverage"] = nullptr;
+    for (const char* key : {"refFailReason", "digestMethod", "calculatedDigest", "storedDigest", "coverage"})
+      if (!r.contains(key)) r[key] = nullptr;
+    if (!r.contains("transforms")) r["transforms"] = ordered_json::array();
     refs.push_back(std::move(r));
   }
   return refs;

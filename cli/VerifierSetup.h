@@ -18,7 +18,7 @@ extern const OptionSpec kOptRefData;
 extern const OptionSpec kOptExternalDir;
 extern const OptionSpec kOptIgnoreExternal;
 extern const OptionSpec kOptLimit;
-// The keys and certificates a verification may use (verify, report).
+// The keys and certificates a verification may use (verify, report, signed).
 extern const OptionSpec kOptKey;
 extern const OptionSpec kOptHmacKey;
 extern const OptionSpec kOptHmacEncoding;
