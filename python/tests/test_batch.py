@@ -41,6 +41,12 @@ def test_batch_on_two_workers_prints_the_tools_lines(corpus, tool, tmp_path):
     lines = verify_partition(iter(files), files_per_call=7, signature="all", hmac_key="testkey", options=("ZATCA",))
     assert list(lines) == expected.lines()
 
+    # Reports and the signer's requirements pass through as well.
+    trust = str(corpus / "interop/xmlsec/keys/cacert.der")
+    at = "2025-01-01T00:00:00Z"  # the time the chain is checked at, the same in both runs
+    reports = run_tool(tool, ["verify", "--report", "--all", "--trust", trust, "--at", at, *files[:5]])
+    assert list(verify_partition(files[:5], signature="all", trust=[trust], at=at, report=True)) == reports.lines()
+
 
 def test_batch_refuses_options_it_cannot_use_before_starting(tmp_path):
     env = dict(os.environ, PYTHONPATH=str(Path(xmldsig.__file__).resolve().parents[1]))
