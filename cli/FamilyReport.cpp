@@ -30,13 +30,7 @@ FamilyReport describeFamily(const ClsXmlDSig& d) {
   const bool myInvoisOption = d.m_log.hasUncommonOption("MYINVOIS", true);
 
   // The verifier's own flags first, in the order of its detection rules.
-  if (d.m_isSiiCl) r.family = "sii-cl";
-  else if (d.m_isSunatPeru) r.family = "sunat-pe";
-  else if (d.m_isCsioz) r.family = "csioz-pl";
-  else if (d.m_dupAttrSortBug) r.family = "attr-sort-bug";
-  else if (d.m_isCmaStp) r.family = "cma-stp";
-  else if (d.m_isDoda) r.family = "doda-mx";
-  else if (d.m_isSkXmlSignedDoc) r.family = "sk-xml";
+  if (*d.family().detectedName()) r.family = d.family().detectedName();
   else if (ublXades && text.containsSubstring(kZatcaProfile)) r.family = "zatca";
   else if (ublXades && text.containsSubstring(kMyInvoisTinScheme)) r.family = "myinvois";
   else if (text.containsSubstring(kEbicsUrn) || text.containsSubstring(kEbicsNamespaceHost)) r.family = "ebics";

@@ -199,3 +199,10 @@ void _clsXmlDSigBase::checkSetMyInvois(LogBase& log) {
     log.LogInfo("Will validate according to MyInvois rules...");
   }
 }
+
+void _clsXmlDSigBase::setAttrSortBugEmulation(bool on) { m_dupAttrSortBug = on; }
+
+void _clsXmlDSigBase::adoptZatcaRules() {
+  m_noSortBugRetry = true;
+  m_isZatca = true;
+}

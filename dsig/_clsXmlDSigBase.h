@@ -9,6 +9,7 @@
 
 #include "dsig/ClsBase.h"
 #include "dsig/_clsCades.h"
+#include "dsig/family/FamilyProfile.h"
 #include "support/DataBuffer.h"
 #include "support/StringBuffer.h"
 
@@ -26,6 +27,12 @@ class _clsXmlDSigBase : public ClsBase, public _clsCades {
   // Set the ZATCA / MyInvois mode from the uncommon options the log carries.
   void checkSetZatca(LogBase& log);
   void checkSetMyInvois(LogBase& log);
+  // What the family of the loaded document changes, stage by stage. Only the loader, the
+  // detection and the profile read the flags below; everything else asks the profile.
+  const dsig_family::FamilyProfile& family() const { return m_family; }
+  // The family state the digest retries change.
+  void setAttrSortBugEmulation(bool on);
+  void adoptZatcaRules();
 
   // Canonicalization transform of a same-document reference (in place on success).
   bool transformCanonicalize(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm,
@@ -72,4 +79,7 @@ class _clsXmlDSigBase : public ClsBase, public _clsCades {
   bool m_isSkXmlSignedDoc = false;
   bool m_isCmaStp = false;
   DataBuffer m_myInvoisDigest;
+
+ private:
+  const dsig_family::FamilyProfile m_family{*this};
 };

@@ -98,8 +98,7 @@ std::vector<size_t> coveredLetters(ClsXmlDSig& dsig) {
 
 // Whether the document's family adjustments could leave covered-looking bytes undigested.
 bool adjustedFamily(const ClsXmlDSig& dsig) {
-  return dsig.m_isSiiCl || dsig.m_isDoda || dsig.m_isCmaStp || dsig.m_isZatca || dsig.m_isMyInvois ||
-         dsig.m_xmlSb.containsSubstring("urn:swift:saa");
+  return dsig.family().adjustsDigestedBytes() || dsig.m_xmlSb.containsSubstring("urn:swift:saa");
 }
 
 void checkMutationFails(ClsXmlDSig& dsig, int selector, unsigned h) {

@@ -69,15 +69,17 @@ bool ClsXmlDSig::verifyReferenceDigestRetrying(int index, ReferenceResult& resul
 
   // The setting is left as the retry made it: the later references and the SignedInfo
   // canonicalization then start with what this reference revealed about the signer.
-  if (m_dupAttrSortBug) {
+  using SortBugRetry = dsig_family::FamilyProfile::SortBugRetry;
+  const SortBugRetry sortBugRetry = family().attrSortBugRetry();
+  if (sortBugRetry == SortBugRetry::Without) {
     log.LogInfo("Retry without duplication of common XML canonicalization attribute sorting bug...");
-    m_dupAttrSortBug = false;
+    setAttrSortBugEmulation(false);
     result = ReferenceResult();
     return referenceAttempt(index, result, externalDataMissing, dirs, log);
   }
-  if (!m_noSortBugRetry) {
+  if (sortBugRetry == SortBugRetry::With) {
     log.LogInfo("Retry with duplication of common XML canonicalization attribute sorting bug...");
-    m_dupAttrSortBug = true;
+    setAttrSortBugEmulation(true);
     ReferenceResult retry;
     if (referenceAttempt(index, retry, externalDataMissing, dirs, log)) {
       log.LogInfo("This signature was produced by software having the attribute sorting bug.");
@@ -127,7 +129,7 @@ bool ClsXmlDSig::referenceAttempt(int index, ReferenceResult& result, bool& exte
     return verifyInternalReference(index, uri, pipe, log);
   }
   if (uri.isEmpty()) {
-    if (!m_isCmaStp) log.LogInfo("URI is the entire XML document.");
+    if (!family().canonicalizesCmaStpDocument()) log.LogInfo("URI is the entire XML document.");
     return verifyInternalReference(index, uri, pipe, log);
   }
   result.external = true;
@@ -166,7 +168,7 @@ bool ClsXmlDSig::compareSameDocumentDigest(const StringBuffer& uri, ReferencePip
   // A stored value far longer than a base64 digest over SignedProperties is the ZATCA
   // form (base64 of the hex digest of the exclusive-canonical properties). Recognising it
   // here switches the object into ZATCA mode for the rest of its use.
-  if (!m_isZatca && stored.getSize() > computed.getSize() + 8 && transformedHasSignedProperties) {
+  if (family().mayRetryZatcaForm() && stored.getSize() > computed.getSize() + 8 && transformedHasSignedProperties) {
     log.LogInfo("Retry with ZATCA rules...");
     StringBuffer zatcaXml(m_xmlSb);
     preprocessXmlToTransform(uri, ref, zatcaXml, log);
@@ -180,8 +182,7 @@ bool ClsXmlDSig::compareSameDocumentDigest(const StringBuffer& uri, ReferencePip
     pipe.result.calculatedDigest = computed.getString();
     log.LogDataSb("calculatedDigest2", computed);
     log.LogDataSb("storedRefDigest2", stored);
-    m_noSortBugRetry = true;
-    m_isZatca = true;
+    adoptZatcaRules();
     if (computed.equals(stored)) {
       m_refFailReason = 0;
       return true;

@@ -17,7 +17,7 @@ bool ClsXmlDSig::transformEnvelopedSignature(StringBuffer& xml, ReferencePipelin
 
   // ZATCA invoices take their signature out through the XPath transforms and the invoice
   // normalisation; this transform leaves it alone.
-  if (m_isZatca && sigId.equals("signature")) return true;
+  if (family().keepsSignatureForEnvelopedTransform(sigId)) return true;
 
   std::vector<TextSpan> spans;
   envelopedCutSpans(spans);
