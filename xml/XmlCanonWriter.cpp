@@ -440,23 +440,16 @@ bool XmlCanonWriter::collectAttributes(bool isApex) {
       if (present.insert(it->qname).second)
         m_attrs.push_back(OutAttr{it->qname, kXmlNamespace, localNameOf(it->qname), it->value});
   }
-  if (m_opt.attrSortBug) {
-    std::sort(m_attrs.begin(), m_attrs.end(),
-              [](const OutAttr& a, const OutAttr& b) { return a.qname < b.qname; });
-    return true;
-  }
   const auto before = [](const OutAttr& a, const OutAttr& b) {
     const int c = a.uri.compare(b.uri);
     return c != 0 ? c < 0 : a.local < b.local;
   };
-  // Most documents already write attributes in canonical order: strictly increasing
-  // order means sorted without duplicates, so neither the sort nor the check is needed.
+  // Most documents already write attributes in canonical order, and then need no sort.
   bool strictlyIncreasing = true;
   for (size_t i = 1; i < m_attrs.size() && strictlyIncreasing; ++i)
     strictlyIncreasing = before(m_attrs[i - 1], m_attrs[i]);
-  if (strictlyIncreasing) return true;
-  std::sort(m_attrs.begin(), m_attrs.end(), before);
-  for (size_t i = 1; i < m_attrs.size(); ++i) {
+  if (!strictlyIncreasing) std::sort(m_attrs.begin(), m_attrs.end(), before);
+  for (size_t i = 1; i < m_attrs.size() && !strictlyIncreasing; ++i) {
     if (m_attrs[i].uri == m_attrs[i - 1].uri && m_attrs[i].local == m_attrs[i - 1].local) {
       size_t line = 0, column = 0;
       m_scanner.lineAndColumn(m_tok.start, line, column);
@@ -466,6 +459,10 @@ bool XmlCanonWriter::collectAttributes(bool isApex) {
       return false;
     }
   }
+  // Signers with the attribute-sorting bug order by qualified name; the check above still
+  // refuses what no order could make well-formed.
+  if (m_opt.attrSortBug)
+    std::sort(m_attrs.begin(), m_attrs.end(), [](const OutAttr& a, const OutAttr& b) { return a.qname < b.qname; });
   return true;
 }
 
