@@ -18,6 +18,7 @@
 #include "crypto/ClsPublicKey.h"
 #include "dsig/AlgorithmTables.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/family/FamilyCuts.h"
 #include "dsig/keys/SignerState.h"
 #include "dsig/DocumentFamilyMarkers.h"
 #include "dsig/RsaPssParams.h"
@@ -229,7 +230,8 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     }
   }
 
-  if (!m_isZatca)
+  const dsig_family::SignedBytes signedBytes = family().signedBytes();
+  if (family().logsSignedInfo())
     log.LogBracketed("signedInfo", m_xmlSb.substr(signedInfoStart, locator.m_signedInfoLength));
 
   StringBuffer canonAlgorithm;
@@ -253,15 +255,15 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   canon.canonMethod = c14nRow->form == dsig_algorithms::CanonicalForm::Exclusive10 ? 2 : 1;
   canon.withComments = c14nRow->withComments;
   canon.canonFlagSignedInfo = false;
-  if (m_isCsioz || m_dupAttrSortBug) {
+  if (family().emulatesAttrSortBug()) {
     log.LogInfo("Will duplicate the XML canonicalization attribute sorting bug...");
     canon.emulateAttrSortBug = true;
   }
-  if (m_isSkXmlSignedDoc) canon.canonFlagNonSkXml = false;
+  if (!family().signedInfoNonSkXml()) canon.canonFlagNonSkXml = false;
 
   // The bytes the signature covers.
   StringBuffer canonSignedInfo;
-  const bool siiCase = m_isSiiCl && !m_siiDteXml.isEmpty() && m_siiDteOffset != 0 &&
+  const bool siiCase = signedBytes == dsig_family::SignedBytes::SignedInfoInSiiDte && !m_siiDteXml.isEmpty() && m_siiDteOffset != 0 &&
                        static_cast<size_t>(m_siiDteOffset) < signedInfoStart;
   if (siiCase) {
     const size_t offset = signedInfoStart - static_cast<size_t>(m_siiDteOffset);
@@ -271,22 +273,23 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
       log.LogError(msg.c_str());
       return false;
     }
-  } else if (m_isDoda) {
+  } else if (signedBytes == dsig_family::SignedBytes::SignedInfoInDoda) {
     StringBuffer doda;
-    m_xmlSb.getDelimited("<doda>", "</doda>", true, doda);
-    const long long dodaPos = m_xmlSb.indexOf("<doda>");
-    const size_t offset = dodaPos >= 0 ? signedInfoStart - static_cast<size_t>(dodaPos) : signedInfoStart;
+    size_t dodaPos = 0;
+    if (!dsig_family::dodaElementText(signature, doda, dodaPos, log)) return false;
+    const size_t offset = signedInfoStart - dodaPos;
     if (!canon.xmlCanonicalize(doda, nullptr, offset, canonSignedInfo, log)) {
       noteFailure("canonicalization-failed");
       log.LogError("Failed to canonicalize doda SignedInfo fragment.");
       return false;
     }
-  } else if (m_isZatca) {
+  } else if (signedBytes == dsig_family::SignedBytes::ZatcaInvoiceHash) {
     RcPtr<ClsXml> refElement(getReference(0, log));
     if (!refElement) {
       log.LogError("Failed to get first reference for signature verification.");
       return false;
     }
+    if (!dsig_family::zatcaInvoiceChainIsFixed(refElement.get(), log)) return false;
     if (!refElement->getChildContentUtf8("*:DigestValue", canonSignedInfo, false)) {
       log.LogError("Failed to get invoiceHash for signature verification.");
       return false;
@@ -354,11 +357,11 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   const int keyType = static_cast<int>(method->keyType);
 
   DataBuffer signedHash;
-  if (m_isZatca) {
+  if (signedBytes == dsig_family::SignedBytes::ZatcaInvoiceHash) {
     DataBuffer invoiceHash;
     ContentCoding::decodeBase64ToDb(canonSignedInfo.getString(), canonSignedInfo.getSize(), invoiceHash);
     _btHash::doHash(invoiceHash.getData2(), invoiceHash.getSize(), hashId, signedHash);
-  } else if (m_isMyInvois) {
+  } else if (signedBytes == dsig_family::SignedBytes::MyInvoisDocumentDigest) {
     signedHash = m_myInvoisDigest;
   } else {
     _btHash::doHash(canonSignedInfo.getString(), canonSignedInfo.getSize(), hashId, signedHash);

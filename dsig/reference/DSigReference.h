@@ -23,7 +23,8 @@ class DSigReference {
   int getHashAlg() const;
   void logReference(LogBase& log) const;
   // Removes the ebXML header blocks addressed to the next message handler.
-  static void removeEbXmlFragments(StringBuffer& xml, LogBase& log);
+  // Cuts the SOAP header blocks addressed to the next handler; false (logged) when they cannot be told exactly.
+  static bool removeEbXmlFragments(StringBuffer& xml, LogBase& log);
 
   bool uriOmitted = true;   // no URI attribute at all
   StringBuffer uri;

@@ -8,6 +8,7 @@
 
 #include "crypto/_btHash.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/family/FamilyCuts.h"
 #include "dsig/reference/DSigReference.h"
 #include "dsig/reference/Fragment.h"
 #include "dsig/reference/ReferencePipeline.h"
@@ -208,10 +209,15 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, ReferencePipeline& pip
   // its own; for Mexican DODA documents only the <doda> part.
   pipe.beginPass(keepComments);
   StringBuffer data;
-  if (m_isDoda) {
+  const dsig_family::StartingText start = family().startingText();
+  if (start == dsig_family::StartingText::DodaElement) {
     log.LogInfo("Canonicalizing fragment from <doda> to </doda>");
-    m_xmlSb.getDelimited("<doda>", "</doda>", true, data);
-  } else if (m_isSiiCl) {
+    size_t dodaOffset = 0;
+    if (!dsig_family::dodaElementText(selectedSignature(), data, dodaOffset, log)) {
+      m_refFailReason = 5;
+      return false;
+    }
+  } else if (start == dsig_family::StartingText::DocumentCopy) {
     data.setString(m_xmlSb);
   } else {
     pipe.inPlace = true;
@@ -224,7 +230,7 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, ReferencePipeline& pip
   // 3. The transforms. The final canonicalization is hashed as it is written (when it
   // streams, the chain's last step is that canonicalization, so reaching the digest means
   // it was hashed), unless a family adjustment after it needs the text.
-  const bool streams = !m_isZatca && !m_isMyInvois && !m_isCmaStp &&
+  const bool streams = family().digestMayStream() &&
                        pipe.finalCanonicalizationStreams(uri.isEmpty()) && pipe.beginStream(pipe.ref.getHashAlg(), log);
   ChainOutcome chain;
   if (!pipe.hasTransforms()) {
@@ -243,7 +249,10 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, ReferencePipeline& pip
   // adjustment applied, which needs the text (written for that case).
   StringBuffer unused;
   const bool digested = streams && !pipe.streamed.sawSwiftSaaNamespace();
-  postProcessTransformedXml(unused, pipe.ref, data, log);
+  if (!postProcessTransformedXml(unused, pipe.ref, data, log)) {
+    m_refFailReason = 5;
+    return false;
+  }
 
   // 5. Digest and comparison.
   DataBuffer digest;
@@ -254,7 +263,7 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, ReferencePipeline& pip
 
 bool ClsXmlDSig::impliedChain(const StringBuffer& uri, ReferencePipeline& pipe, StringBuffer& data, bool streams,
                               LogBase& log) {
-  if (m_isMyInvois) {
+  if (family().rebuildsMyInvoisSignedProperties()) {
     // MyInvois SignedProperties are digested as rebuilt text, never canonicalized.
     pipe.inPlace = false;
     rebuildMyInvoisSignedProperties(m_xmlSb, data);
@@ -265,7 +274,7 @@ bool ClsXmlDSig::impliedChain(const StringBuffer& uri, ReferencePipeline& pipe, 
     m_refFailReason = 5;
     return false;
   }
-  StringBuffer algorithm(m_isZatca ? kExclusiveC14n : kInclusiveC14n);
+  StringBuffer algorithm(family().impliedCanonicalizationIsExclusive() ? kExclusiveC14n : kInclusiveC14n);
   if (!canonicalizeStep(nullptr, data, algorithm, uri, pipe, streams, log)) {
     if (m_refFailReason == 99) m_refFailReason = 5;
     return false;
@@ -320,7 +329,7 @@ bool ClsXmlDSig::declaredChain(const StringBuffer& uri, ReferencePipeline& pipe,
   }
   // The MyInvois document reference (its three transforms cut the signature blocks)
   // gives the digest that the signature value itself signs.
-  outcome.myInvoisDocument = m_isMyInvois && numTransforms == 3;
+  outcome.myInvoisDocument = family().documentReferenceIsSigned(numTransforms);
   return true;
 }
 
@@ -367,7 +376,7 @@ bool ClsXmlDSig::digestTransformed(ReferencePipeline& pipe, StringBuffer& data, 
     if (!decodeBase64Transform(data, decoded, log)) return false;
     pipe.hash(reinterpret_cast<const char*>(decoded.getData2()), decoded.getSize(), hashAlg, digest);
     hasSignedProperties = data.containsSubstring("SignedProperties");
-  } else if (m_isZatca && data.containsSubstring("SignedProperties")) {
+  } else if (family().zatcaSignedPropertiesDigest() && data.containsSubstring("SignedProperties")) {
     // ZATCA signers digest SignedProperties with a self-closed DigestMethod and store the
     // digest as hex text; the hex text is what gets compared (base64-encoded).
     data.replaceFirstOccurance("></ds:DigestMethod>", "/>", false);

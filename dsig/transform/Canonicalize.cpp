@@ -5,6 +5,7 @@
 // canonicalizer call per authenticated element, concatenated) and the CMA STP cut.
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/_clsXmlDSigBase.h"
+#include "dsig/family/FamilyCuts.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 #include "support/RefCountedObject.h"
@@ -65,7 +66,7 @@ bool _clsXmlDSigBase::canonicalizeTransformInput(ClsXml* transform, const String
     canon.canonMethod = 2;
     if (!prefixList.isEmpty()) prefixList.split(canon.inclusivePrefixes, ' ', true, true);
   }
-  if (m_isCsioz || m_dupAttrSortBug) {
+  if (family().emulatesAttrSortBug()) {
     log.LogInfo("Will duplicate the XML canonicalization attribute sorting bug...");
     canon.emulateAttrSortBug = true;
   }
@@ -97,12 +98,17 @@ bool _clsXmlDSigBase::canonicalizeTransformInput(ClsXml* transform, const String
   // SOAP envelope, trailing text) is left out.
   StringBuffer cut;
   const StringBuffer* source = &input;
-  if (m_isCmaStp && fragmentId.isEmpty()) {
+  if (family().canonicalizesCmaStpDocument() && fragmentId.isEmpty()) {
     // The cut-out span is taken out of the copy, which is then read whole.
     cut.append(input.substr(0, cutStart));
     cut.append(input.substr(cutStart + cutLength));
-    cut.removeBefore("<Document ", false);
-    cut.chopAtSubstr("</Document>", true);
+    dsig_family::ElementSpan document;
+    const dsig_family::CutResult found = dsig_family::cmaStpDocumentSpan(cut.view(), document, log);
+    if (found == dsig_family::CutResult::Refused) return false;
+    if (found == dsig_family::CutResult::Found) {
+      StringBuffer only(cut.substr(document.start, document.end - document.start));
+      cut.takeSb(only);
+    }
     source = &cut;
     canon.cutStart = canon.cutLength = 0;
   }

@@ -4,9 +4,11 @@
 // block, and the ZATCA invoice normalisation.
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "dsig/DocumentFamilyMarkers.h"
 #include "dsig/_clsXmlDSigBase.h"
+#include "dsig/family/FamilyCuts.h"
 #include "dsig/reference/DSigReference.h"
 #include "dsig/transform/MarkupSearch.h"
 #include "support/LogBase.h"
@@ -14,8 +16,6 @@
 namespace {
 
 using markupsearch::findInMarkup;
-
-constexpr size_t kMaxEbXmlRemovals = 13;
 
 bool hasTextAt(const StringBuffer& sb, size_t pos, const char* text) {
   const size_t n = std::strlen(text);
@@ -39,7 +39,7 @@ bool isBlankOrLineEnd(char c) { return c == ' ' || c == '\t' || c == '\r' || c =
 bool _clsXmlDSigBase::preprocessXmlToTransform(const StringBuffer& fragmentId, DSigReference& /*ref*/,
                                                StringBuffer& xml, LogBase& log) {
   LogContextExitor ctx(log, "preprocessXmlToTransform");
-  if (m_isSiiCl) {
+  if (family().extractsSiiDte()) {
     std::string line = "Preprocessing for ";
     line += dsig_family::kChileSiiDomain;
     log.LogInfo(line.c_str());
@@ -75,65 +75,24 @@ void _clsXmlDSigBase::extract_sii_cl_dte(StringBuffer& xml, const char* id, bool
   xml.takeSb(dteText);
 }
 
-void DSigReference::removeEbXmlFragments(StringBuffer& xml, LogBase& /*log*/) {
-  static const char kActorNext[] = "actor=\"http://schemas.xmlsoap.org/soap/actor/next\"";
-  static const char kActorNextMsh[] = "actor=\"urn:oasis:names:tc:ebxml-msg:actor:nextMSH\"";
-
-  size_t searchFrom = 0;
-  size_t removed = 0;
-  for (;;) {
-    size_t found = findInMarkup(xml.view(), kActorNext, searchFrom);
-    if (found == StringBuffer::npos) found = findInMarkup(xml.view(), kActorNextMsh, searchFrom);
-    if (found == StringBuffer::npos) return;
-
-    // Back to the '<' of the element carrying the attribute; a '>' on the way means the
-    // text stands in element content, not in a tag.
-    size_t lt = found;
-    bool inContent = false;
-    for (;;) {
-      if (lt == searchFrom) return;
-      --lt;
-      const char c = xml.charAt(lt);
-      if (c == '<') break;
-      if (c == '>') {
-        inContent = true;
-        break;
-      }
-    }
-    if (inContent) {
-      searchFrom = found + 1;
-      continue;
-    }
-
-    size_t nameEnd = lt + 1;
-    while (nameEnd < xml.getSize() && xml.charAt(nameEnd) != ' ' && xml.charAt(nameEnd) != '\t' &&
-           xml.charAt(nameEnd) != '>')
-      ++nameEnd;
-    if (nameEnd >= xml.getSize()) return;
-    std::string closeTag = "</";
-    closeTag.append(xml.view().substr(lt + 1, nameEnd - lt - 1));
-    const size_t close = findInMarkup(xml.view(), closeTag, lt);
-    if (close == StringBuffer::npos) return;
-    const size_t gt = xml.findChar('>', close);
-    if (gt == StringBuffer::npos) return;
-
-    xml.removeChunk(lt, gt + 1 - lt);
-    if (++removed >= kMaxEbXmlRemovals) return;
-  }
+bool DSigReference::removeEbXmlFragments(StringBuffer& xml, LogBase& log) {
+  std::vector<dsig_family::ElementSpan> spans;
+  const dsig_family::CutResult found = dsig_family::soapNextActorSpans(xml.view(), spans, log);
+  if (found == dsig_family::CutResult::Refused) return false;
+  for (size_t i = spans.size(); i-- > 0;) xml.removeChunk(spans[i].start, spans[i].end - spans[i].start);
+  return true;
 }
 
 bool _clsXmlDSigBase::postProcessTransformedXml(StringBuffer& /*unused*/, DSigReference& /*ref*/, StringBuffer& xml,
                                                 LogBase& log) {
   LogContextExitor ctx(log, "postProcessTransformedXml");
   // SWIFT Alliance: the LAU block is added after signing.
-  if (xml.containsSubstring(dsig_family::kSwiftSaaNamespace) && xml.containsSubstring("<LAU") &&
-      xml.containsSubstring("</LAU>")) {
-    const size_t i = findInMarkup(xml.view(), "<LAU");
-    const size_t j = findInMarkup(xml.view(), "</LAU>");
-    if (i != 0 && j > i) {
-      log.LogInfo("Adjusting XML to canonicalized by removing <LAU ... </LAU>");
-      xml.removeChunk(i, j + 6 - i);
-    }
+  dsig_family::ElementSpan lau;
+  const dsig_family::CutResult found = dsig_family::swiftLauSpan(xml.view(), lau, log);
+  if (found == dsig_family::CutResult::Refused) return false;
+  if (found == dsig_family::CutResult::Found) {
+    log.LogInfo("Adjusting XML to canonicalized by removing <LAU ... </LAU>");
+    xml.removeChunk(lau.start, lau.end - lau.start);
   }
   return true;
 }

@@ -76,7 +76,7 @@ bool _clsXmlDSigBase::transformXPath(ClsXml* transform, StringBuffer& xml, const
     }
   } else if (xpath.containsSubstring("ebxml-msg:actor:next")) {
     log.LogDataLong("commonXPathOption", 2);
-    DSigReference::removeEbXmlFragments(xml, log);
+    ok = DSigReference::removeEbXmlFragments(xml, log);
   } else if (xpath.containsSubstring("ancestor-or-self::sig:UBLDocumentSignatures")) {
     log.LogDataLong("commonXPathOption", 3);
     removeFirstSpan(xml, "<sig:UBLDocumentSignatures>", "</sig:UBLDocumentSignatures>");
@@ -140,7 +140,7 @@ bool _clsXmlDSigBase::transformXPath(ClsXml* transform, StringBuffer& xml, const
     log.LogDataStr("endTag", endTag.c_str());
 
     bool done = false;
-    if (m_isMyInvois && startTag.find("UBLExtensions") != std::string::npos) {
+    if (family().keepsFirstUblExtensions() && startTag.find("UBLExtensions") != std::string::npos) {
       // MyInvois keeps its first UBLExtensions block and drops the second.
       using markupsearch::findInMarkup;
       const size_t first = findInMarkup(xml.view(), startTag);

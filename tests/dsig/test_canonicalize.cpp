@@ -111,7 +111,7 @@ TEST(CanonicalizeTransform, CmaStpKeepsOnlyTheDocumentElement) {
   r.dsig->m_isCmaStp = true;
   std::string text =
       "<?xml version=\"1.0\"?><soap:Envelope xmlns:soap=\"urn:soap\"><soap:Body>"
-      "<Document xmlns=\"urn:cma:stp:xsd:stp.1.0\"><a/></Document></soap:Body></soap:Envelope>trailing";
+      "<Document xmlns=\"urn:cma:stp:xsd:stp.1.0\"><a/></Document></soap:Body></soap:Envelope>";
   EXPECT_TRUE(r.run(text, kC14n, ""));
   EXPECT_EQ(text, "<Document xmlns=\"urn:cma:stp:xsd:stp.1.0\"><a></a></Document>");
 }

@@ -1,11 +1,14 @@
 // Document-family adjustments on document text.
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <memory>
 #include <string>
 
 #include "LogProbe.h"
+#include "TestSupport.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/family/FamilyCuts.h"
 #include "dsig/reference/DSigReference.h"
 #include "support/LogBase.h"
 
@@ -42,39 +45,48 @@ TEST(DocumentAdjustments, ChileanSiiDteCut) {
   EXPECT_EQ(b.dsig->m_siiDteOffset, 7);
 }
 
-TEST(DocumentAdjustments, EbXmlNextMshFragments) {
-  Base b;
-  const std::string actor = " actor=\"urn:oasis:names:tc:ebxml-msg:actor:nextMSH\"";
-  // An actor text in element content is skipped; the search goes on after it.
-  std::string doc = "<env><note>actor=\"http://schemas.xmlsoap.org/soap/actor/next\"</note>";
-  for (int i = 0; i < 14; ++i) doc += "<eb:Via" + actor + " n=\"" + std::to_string(i) + "\"><a/></eb:Via>";
-  doc += "<body/></env>";
-  StringBuffer xml(doc);
-  DSigReference::removeEbXmlFragments(xml, b.log);
-  EXPECT_EQ(xml.str(), "<env><note>actor=\"http://schemas.xmlsoap.org/soap/actor/next\"</note><eb:Via" + actor +
-                           " n=\"13\"><a/></eb:Via><body/></env>");
-
-  // The same removal through the XPath transform that names the next-MSH actor.
-  StringBuffer viaXPath("<env><eb:AckRequested" + actor + "><x/></eb:AckRequested><body/></env>");
-  EXPECT_TRUE(b.dsig->transformXPath(nullptr, viaXPath, StringBuffer("http://www.w3.org/TR/1999/REC-xpath-19991116"),
-                                     StringBuffer("not(ancestor-or-self::node()[@SOAP:actor=\"urn:oasis:names:tc:ebxml-msg:actor:nextMSH\"])"),
-                                     b.log));
-  EXPECT_EQ(viaXPath.str(), "<env><body/></env>");
-}
-
-TEST(DocumentAdjustments, SwiftLauBlock) {
-  Base b;
-  StringBuffer unused;
-  const std::string lau = "<LAU><SignatureValue>x</SignatureValue></LAU>";
-  StringBuffer xml("<Saa:DataPDU xmlns:Saa=\"urn:swift:saa:xsd:saa.2.0\"><Body/>" + lau + "</Saa:DataPDU>");
-  b.dsig->postProcessTransformedXml(unused, b.ref, xml, b.log);
-  EXPECT_EQ(xml.str(), "<Saa:DataPDU xmlns:Saa=\"urn:swift:saa:xsd:saa.2.0\"><Body/></Saa:DataPDU>");
-  EXPECT_TRUE(b.log.containsText("Adjusting XML to canonicalized by removing <LAU ... </LAU>"));
-
-  const std::string atStart = lau + "<x>urn:swift:saa:xsd:saa.2.0</x>";
-  StringBuffer xml2(atStart);
-  b.dsig->postProcessTransformedXml(unused, b.ref, xml2, b.log);
-  EXPECT_EQ(xml2.str(), atStart);
+// Each family cut on its own, from tests/dsig/data/family-cuts.tsv.
+TEST(DocumentAdjustments, FamilyCutVectors) {
+  std::ifstream in(testsupport::sourceDir() + "/tests/dsig/data/family-cuts.tsv");
+  ASSERT_TRUE(in.good());
+  const std::pair<std::string, std::string> names[] = {
+      {"{SAA}", "urn:swift:saa:xsd:saa.2.0"},
+      {"{SOAP}", "http://schemas.xmlsoap.org/soap/envelope/"},
+      {"{NEXT}", "http://schemas.xmlsoap.org/soap/actor/next"},
+      {"{MSH}", "urn:oasis:names:tc:ebxml-msg:actor:nextMSH"},
+      {"{CMA}", "urn:cma:stp:xsd:stp.1.0"},
+  };
+  int cases = 0;
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    for (const auto& [name, value] : names)
+      for (size_t at; (at = line.find(name)) != std::string::npos;) line.replace(at, name.size(), value);
+    const size_t t1 = line.find('\t'), t2 = line.find('\t', t1 + 1);
+    ASSERT_NE(t2, std::string::npos) << line;
+    const std::string cut = line.substr(0, t1), input = line.substr(t1 + 1, t2 - t1 - 1), expected = line.substr(t2 + 1);
+    Base b;
+    StringBuffer xml(input), unused;
+    bool ok = false;
+    if (cut == "lau") {
+      ok = b.dsig->postProcessTransformedXml(unused, b.ref, xml, b.log);
+    } else if (cut == "soap-actor") {
+      ok = DSigReference::removeEbXmlFragments(xml, b.log);
+    } else {
+      dsig_family::ElementSpan span;
+      const dsig_family::CutResult found = dsig_family::cmaStpDocumentSpan(xml.view(), span, b.log);
+      ok = found != dsig_family::CutResult::Refused;
+      if (found == dsig_family::CutResult::Found) xml.setString(input.substr(span.start, span.end - span.start));
+    }
+    if (expected == "refused") {
+      EXPECT_FALSE(ok) << line;
+      EXPECT_EQ(xml.str(), input) << line;
+    } else {
+      EXPECT_TRUE(ok) << line;
+      EXPECT_EQ(xml.str(), expected) << line;
+    }
+    ++cases;
+  }
+  EXPECT_GT(cases, 10);
 }
 
 TEST(DocumentAdjustments, ZatcaInvoiceNormalisationAndChunks) {

@@ -24,6 +24,7 @@
 #   invoice.xml      enveloped (whole document, enveloped + exclusive c14n), Signature Id "sig-1"
 #   id-ref.xml       enveloped signature over the element with Id "d1" (exclusive c14n)
 #   id-ref-incl.xml  as id-ref.xml with inclusive c14n, the signed element's text a QName
+#   swift.xml, cma.xml, doda.xml   family documents (below), enveloped, Signature Id "sig-1"
 # The variants are re-signed over the canonical SignedInfo written out here; the script
 # first checks that text against xmlsec1's own PKCS#1 v1.5 signature (which is deterministic),
 # so a variant is exactly what a signer would have produced.
@@ -174,6 +175,26 @@ cat > keyname.tmpl <<XML
 XML
 sign keyname.xml keyname.tmpl --privkey-pem:invoice-key rsa.pem
 
-for f in keyname two-refs external two-no-id pkcs1 pss pss-as-pkcs1 pkcs1-as-pss unknown-c14n hmac hmac-truncated invoice id-ref id-ref-incl; do
+# ---- family documents: signed as their signers sign them, then put in the envelope the
+# family adds after signing (the whole-document reference digests only the signed part) ----
+family_template() {  # $1 = document element start tag, $2 = its content, $3 = its end tag
+  printf '%s%s<ds:Signature xmlns:ds="%s" Id="sig-1"><ds:SignedInfo><ds:CanonicalizationMethod Algorithm="%s"/><ds:SignatureMethod Algorithm="%s"/><ds:Reference URI=""><ds:Transforms><ds:Transform Algorithm="%s"/><ds:Transform Algorithm="%s"/></ds:Transforms><ds:DigestMethod Algorithm="%s"/><ds:DigestValue/></ds:Reference></ds:SignedInfo><ds:SignatureValue/></ds:Signature>%s\n' \
+    "$1" "$2" "$DS" "$EXC" "$RSA256" "$ENVELOPED" "$EXC" "$SHA256" "$3"
+}
+#   swift.xml  SWIFT Alliance message whose signature is then wrapped in its LAU block
+family_template '<DataPDU xmlns="urn:swift:saa:xsd:saa.2.0">' '<Header><Sender>BANKAAAA</Sender></Header><Body><Amount>100.00</Amount></Body>' '</DataPDU>' > swift.tmpl
+sign swift.signed swift.tmpl --privkey-pem rsa.pem
+sed 's|<ds:Signature |<LAU><ds:Signature |; s|</ds:Signature>|</ds:Signature></LAU>|' swift.signed > swift.xml
+#   cma.xml    CMA STP Document, signed, then put in a message with a header
+family_template '<Document xmlns="urn:cma:stp:xsd:stp.1.0">' '<Amount>100.00</Amount>' '</Document>' > cma.tmpl
+sign cma.signed cma.tmpl --privkey-pem rsa.pem
+{ printf '<Message xmlns="urn:cma:stp:xsd:stp.1.0"><Header><Ref>1</Ref></Header>'; tr -d '\n' < cma.signed; printf '</Message>\n'; } > cma.xml
+#   doda.xml   Mexican SAT doda element, signed, then put in an envelope naming the SIAT service
+family_template '<doda>' '<Amount>100.00</Amount>' '</doda>' > doda.tmpl
+sign doda.signed doda.tmpl --privkey-pem rsa.pem
+{ printf '<Envelope xmlns:sat="http://siat.sat.gob.mx/pedimento"><Header><Ref>1</Ref></Header>'; tr -d '\n' < doda.signed; printf '</Envelope>\n'; } > doda.xml
+rm -f swift.signed cma.signed doda.signed
+
+for f in keyname two-refs external two-no-id pkcs1 pss pss-as-pkcs1 pkcs1-as-pss unknown-c14n hmac hmac-truncated invoice id-ref id-ref-incl swift cma doda; do
   grep -q 'SignatureValue>[A-Za-z0-9+/]' "$f.xml" || { echo "$f.xml is not signed" >&2; exit 1; }
 done
