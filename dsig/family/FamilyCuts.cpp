@@ -9,7 +9,7 @@
 #include "support/LogBase.h"
 #include "support/RefCountedObject.h"
 #include "support/StringBuffer.h"
-#include "xml/XmlTree.h"
+#include "support/xml/XmlTree.h"
 
 namespace dsig_family {
 namespace {
