@@ -52,7 +52,7 @@ bool appendSecurityTokenCerts(ClsXmlDSig& dsig, ClsXml& tokenRef, StringHashSet&
   log.LogInfo("Need to locate BinarySecurityToken within XML....");
   log.LogDataSb("URI", uri);
   if (!dsig.m_xmlRoot) return false;
-  RcPtr<ClsXml> token(keyinfo::findTokenById(*dsig.m_xmlRoot, uri));
+  RcPtr<ClsXml> token(keyinfo::findTokenById(*dsig.m_xmlRoot, uri, log));
   if (!token) {
     log.LogError("Failed to find the wsse:BinarySecurityToken element");
     return false;

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "crypto/BrantelX509.h"
 #include "crypto/CertRecord.h"
@@ -15,6 +16,7 @@
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/keys/KeyInfoIndirect.h"
 #include "dsig/keys/KeyInfoSources.h"
+#include "support/xml/XmlTree.h"
 #include "support/ClsXml.h"
 #include "support/ContentCoding.h"
 #include "support/DataBuffer.h"
@@ -74,9 +76,21 @@ bool readTokenReference(ClsXml& reference, StringBuffer& uri, StringBuffer& valu
   return false;
 }
 
-ClsXml* findTokenById(ClsXml& root, const StringBuffer& uri) {
-  const char* id = uri.beginsWith("#") ? uri.getString() + 1 : uri.getString();
-  return root.searchForAttribute(nullptr, "*:BinarySecurityToken", "*:Id", false, id);
+ClsXml* findTokenById(ClsXml& root, const StringBuffer& uri, LogBase& log) {
+  const xml::XmlTree* tree = root.tree();
+  if (!tree) return nullptr;
+  const std::string_view id = uri.beginsWith("#") ? uri.view().substr(1) : uri.view();
+  const std::vector<uint32_t>& carriers = tree->elementsWithId(id);
+  const xml::XmlNode* node = carriers.size() == 1 ? tree->nodeAt(carriers.front()) : nullptr;
+  std::string_view tag = node ? tree->tagOf(*node) : std::string_view();
+  if (tag.find(':') != std::string_view::npos) tag.remove_prefix(tag.find(':') + 1);
+  if (tag != "BinarySecurityToken") {
+    log.LogError(("Security token reference: \"" + std::string(id) + "\" identifies " +
+                  std::to_string(carriers.size()) + " elements; exactly one, a BinarySecurityToken, must carry it.")
+                     .c_str());
+    return nullptr;
+  }
+  return root.handleOnNode(carriers.front());
 }
 
 bool tokenCertificateText(ClsXmlDSig& dsig, ClsXml& token, const StringBuffer& valueType, StringBuffer& out,
@@ -196,8 +210,9 @@ void appendStoreKeyByIdentifier(ClsXmlDSig& dsig, SystemCerts& store, ClsXml& to
   if (key) keys.appendRefCounted(key);
 }
 
-// SecurityTokenReference/Reference to a BinarySecurityToken of the document. Falls back to
-// the first token of the document when none carries the referenced Id.
+// SecurityTokenReference/Reference to the one BinarySecurityToken of the document that carries
+// the referenced Id. No other token is ever taken in its place: the key would not be the one
+// the signer named.
 bool appendReferencedTokenKey(ClsXmlDSig& dsig, ClsXml& reference, StringHashSet& seen, ExtPtrArrayRc& keys,
                               LogBase& log) {
   StringBuffer uri;
@@ -207,15 +222,8 @@ bool appendReferencedTokenKey(ClsXmlDSig& dsig, ClsXml& reference, StringHashSet
   log.LogDataSb("URI", uri);
   if (!dsig.m_xmlRoot) return false;
 
-  RcPtr<ClsXml> token(keyinfo::findTokenById(*dsig.m_xmlRoot, uri));
-  if (!token) {
-    log.LogInfo("Did not find a BinarySecurityToken with the specified URI.  Looking for any BinarySecurityToken...");
-    token.reset(dsig.m_xmlRoot->searchForTag(nullptr, "*:BinarySecurityToken"));
-    if (!token) {
-      log.LogError("Failed to find the wsse:BinarySecurityToken element");
-      return false;
-    }
-  }
+  RcPtr<ClsXml> token(keyinfo::findTokenById(*dsig.m_xmlRoot, uri, log));
+  if (!token) return false;
   StringBuffer certText;
   if (!keyinfo::tokenCertificateText(dsig, *token, valueType, certText, log)) return false;
   ClsPublicKey* key = dsig.publicKeyFromCertBase64(certText, seen, log);
@@ -227,9 +235,8 @@ bool appendReferencedTokenKey(ClsXmlDSig& dsig, ClsXml& reference, StringHashSet
   return true;
 }
 
-// SecurityTokenReference/KeyIdentifier holding a SHA-1 thumbprint. The thumbprint of the
-// document's first X.509 token is logged for the record but not compared: that token's
-// certificate is the one used.
+// SecurityTokenReference/KeyIdentifier holding a SHA-1 thumbprint: the key of the document's
+// X.509 token whose certificate has that thumbprint.
 bool appendThumbprintTokenKey(ClsXmlDSig& dsig, ClsXml& tokenRef, StringHashSet& seen, ExtPtrArrayRc& keys,
                               LogBase& log) {
   RcPtr<ClsXml> identifier(tokenRef.getChildWithTagUtf8("*:KeyIdentifier"));
@@ -247,21 +254,32 @@ bool appendThumbprintTokenKey(ClsXmlDSig& dsig, ClsXml& tokenRef, StringHashSet&
   log.LogDataSb("sbKeyIdentData", identData);
   log.LogInfo("Need to locate BinarySecurityToken within XML...");
   if (!dsig.m_xmlRoot) return false;
-  RcPtr<ClsXml> token(dsig.m_xmlRoot->searchForAttribute(nullptr, "*:BinarySecurityToken", "*:ValueType", false,
-                                                         "*#X509v3"));
-  if (!token) {
-    log.LogError("Failed to find the wsse:BinarySecurityToken element");
+  // The X.509 token whose certificate has that thumbprint; no other token is taken instead.
+  identData.removeCharOccurances(' ');
+  identData.removeCharOccurances('\n');
+  identData.removeCharOccurances('\r');
+  identData.removeCharOccurances('\t');
+  StringBuffer certText;
+  bool found = false;
+  for (RcPtr<ClsXml> token(dsig.m_xmlRoot->searchForAttribute(nullptr, "*:BinarySecurityToken", "*:ValueType", false,
+                                                              "*#X509v3"));
+       token && !found;
+       token.reset(dsig.m_xmlRoot->searchForAttribute(token.get(), "*:BinarySecurityToken", "*:ValueType", false,
+                                                      "*#X509v3"))) {
+    certText.clear();
+    token->getContentSb(certText);
+    DataBuffer der;
+    ContentCoding::decodeBase64ToDb(certText.getString(), certText.getSize(), der);
+    DataBuffer sha1;
+    _btHash::doHash(der.getData2(), der.getSize(), 1, sha1);
+    StringBuffer sha1Base64;
+    sha1.encodeDB("base64", sha1Base64);
+    found = sha1Base64.equals(identData);
+  }
+  if (!found) {
+    log.LogError("No X.509 BinarySecurityToken of the document has the SHA-1 thumbprint the KeyIdentifier names.");
     return false;
   }
-  StringBuffer certText;
-  token->getContentSb(certText);
-  DataBuffer der;
-  ContentCoding::decodeBase64ToDb(certText.getString(), certText.getSize(), der);
-  DataBuffer sha1;
-  _btHash::doHash(der.getData2(), der.getSize(), 1, sha1);
-  StringBuffer sha1Base64;
-  sha1.encodeDB("base64", sha1Base64);
-  log.LogDataSb("sbSha1Base64", sha1Base64);
 
   ClsPublicKey* key = dsig.publicKeyFromCertBase64(certText, seen, log);
   if (!key) {

@@ -30,8 +30,9 @@ bool subjectNameToLookUp(ClsXml& keyInfo, const StringHashSet& seen, StringBuffe
 // and gives false.
 bool readTokenReference(ClsXml& reference, StringBuffer& uri, StringBuffer& valueType, LogBase& log);
 
-// The BinarySecurityToken of the document whose Id is the URI without its '#', or null.
-ClsXml* findTokenById(ClsXml& root, const StringBuffer& uri);
+// The element carrying the Id the URI names (without its '#'), located on the document tree:
+// null, logged, unless exactly one element carries it and it is a BinarySecurityToken.
+ClsXml* findTokenById(ClsXml& root, const StringBuffer& uri, LogBase& log);
 
 // The base64 certificate a token carries: its content, or for an X509PKIPathv1 token the
 // last certificate of the path. False when the path cannot be read.

@@ -78,15 +78,27 @@ TEST(KeyInfoKeys, IssuerSerialAsksTheStoreByIssuerCnAndHexSerialUnlessEmbedded) 
 TEST(KeyInfoKeys, TokenReferencesToBinarySecurityTokens) {
   REQUIRE_KEY_FIXTURES();
   const Fixtures& f = fixtures();
-  const std::string lookingForAny =
-      "Did not find a BinarySecurityToken with the specified URI.  Looking for any BinarySecurityToken...";
-  {  // The Id is found; a missing Id falls back to the document's first token.
-    for (const char* uri : {"#tok-2", "#nobody"}) {
-      auto dsig = loadedVerifier(signatureDoc(tokenReference(uri), x509v3Token("tok-2", f.two.certBase64)));
+  {  // Exactly the token carrying the Id: a missing or repeated Id yields no key, never another token.
+    const std::string twoTokens = x509v3Token("tok-2", f.two.certBase64) + x509v3Token("tok-1", f.one.certBase64);
+    const struct {
+      const char* uri;
+      std::string tokens;
+      std::vector<std::string> keys;
+    } cases[] = {{"#tok-1", twoTokens, {f.one.spkiDer}},
+                 {"#nobody", twoTokens, {}},
+                 {"#tok-2", x509v3Token("tok-2", f.two.certBase64) + x509v3Token("tok-2", f.one.certBase64), {}}};
+    for (const auto& c : cases) {
+      auto dsig = loadedVerifier(signatureDoc(tokenReference(c.uri), c.tokens));
       _btLogger log;
-      EXPECT_EQ(resolve(*dsig, true, log), std::vector<std::string>{f.two.spkiDer}) << uri;
-      EXPECT_EQ(log.containsText(lookingForAny), std::string(uri) == "#nobody");
-      EXPECT_EQ(logprobe::value(log, "URI"), uri);
+      EXPECT_EQ(resolve(*dsig, true, log), c.keys) << c.uri;
+      EXPECT_EQ(logprobe::value(log, "URI"), c.uri);
+      if (c.keys.empty()) {
+        const std::string id = std::string(c.uri).substr(1);
+        EXPECT_TRUE(logprobe::hasError(log, "Security token reference: \"" + id + "\" identifies " +
+                                                (id == "nobody" ? "0" : "2") +
+                                                " elements; exactly one, a BinarySecurityToken, must carry it."))
+            << c.uri;
+      }
     }
   }
   {  // A PKI path token gives its last certificate.
@@ -109,21 +121,27 @@ TEST(KeyInfoKeys, TokenReferencesToBinarySecurityTokens) {
   }
 }
 
-TEST(KeyInfoKeys, ThumbprintIdentifierUsesTheFirstX509TokenWhateverItsThumbprint) {
+TEST(KeyInfoKeys, ThumbprintIdentifierTakesTheTokenWithThatThumbprint) {
   REQUIRE_KEY_FIXTURES();
   const Fixtures& f = fixtures();
-  const std::string keyIdentifier =
-      "<wsse:SecurityTokenReference><wsse:KeyIdentifier ValueType=\"http://docs.oasis-open.org/wss/"
-      "oasis-wss-soap-message-security-1.1#ThumbprintSHA1\">" +
-      f.one.sha1Base64 + "</wsse:KeyIdentifier></wsse:SecurityTokenReference>";
+  const auto keyIdentifier = [](const std::string& thumbprint) {
+    return "<wsse:SecurityTokenReference><wsse:KeyIdentifier ValueType=\"http://docs.oasis-open.org/wss/"
+           "oasis-wss-soap-message-security-1.1#ThumbprintSHA1\">" +
+           thumbprint + "</wsse:KeyIdentifier></wsse:SecurityTokenReference>";
+  };
   const std::string tokens = x509v3Token("other", "AAAA", "urn:example:not-a-certificate") +
                              x509v3Token("first", f.two.certBase64) + x509v3Token("second", f.one.certBase64);
-  auto dsig = loadedVerifier(signatureDoc(keyIdentifier, tokens));
+  auto dsig = loadedVerifier(signatureDoc(keyIdentifier(f.one.sha1Base64), tokens));
   _btLogger log;
-  EXPECT_EQ(resolve(*dsig, true, log), std::vector<std::string>{f.two.spkiDer});
+  EXPECT_EQ(resolve(*dsig, true, log), std::vector<std::string>{f.one.spkiDer});
   EXPECT_EQ(logprobe::value(log, "sbKeyIdentData"), f.one.sha1Base64);
-  EXPECT_EQ(logprobe::value(log, "sbSha1Base64"), f.two.sha1Base64);
-  EXPECT_TRUE(log.containsText("Got public key from base64 cert."));
+
+  // A thumbprint no token has: no key, not the first token's.
+  auto none = loadedVerifier(signatureDoc(keyIdentifier(f.three.sha1Base64), tokens));
+  _btLogger noneLog;
+  EXPECT_EQ(resolve(*none, true, noneLog), std::vector<std::string>{});
+  EXPECT_TRUE(logprobe::hasError(
+      noneLog, "No X.509 BinarySecurityToken of the document has the SHA-1 thumbprint the KeyIdentifier names."));
 }
 
 TEST(KeyInfoKeys, MissingKeyInfoIsReportedOnlyForASelectedSignature) {
