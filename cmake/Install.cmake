@@ -10,9 +10,11 @@ install(TARGETS xmldsig xmldsig_shared EXPORT xmldsigTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS xmldsig_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-foreach(dir support xml crypto dsig)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${dir} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/xmldsig
-    FILES_MATCHING PATTERN "*.h")
+# The public headers, listed in InstalledHeaders.txt; the other headers stay internal.
+file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/InstalledHeaders.txt XMLDSIG_INSTALLED_HEADERS REGEX "^[^#]")
+foreach(header ${XMLDSIG_INSTALLED_HEADERS})
+  get_filename_component(dir ${header} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/xmldsig/${dir})
 endforeach()
 
 set(XMLDSIG_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/xmldsig)

@@ -167,7 +167,7 @@ std::string run(const VectorCase& c) {
 }  // namespace
 
 TEST(XPathVectors, CasesOfTheVectorFile) {
-  const std::vector<VectorCase> cases = readVectors(testsupport::sourceDir() + "/tests/support/xpath_vectors.txt");
+  const std::vector<VectorCase> cases = readVectors(testsupport::sourceDir() + "/tests/xml/xpath_vectors.txt");
   ASSERT_GT(cases.size(), 20u);
   for (const VectorCase& c : cases) {
     SCOPED_TRACE(c.name);

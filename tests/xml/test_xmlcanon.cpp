@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "SupportTestHelpers.h"
+#include "XmlTestHelpers.h"
 
-using supporttest::Canon;
-using supporttest::canonicalize;
+using xmltest::Canon;
+using xmltest::canonicalize;
 
 namespace {
 
@@ -69,7 +69,7 @@ TEST(XmlCanon, EbicsModeEmitsOneAuthenticatedElementPerCall) {
   const char* xpointer = "xpointer(//*[@authenticate='true'])";
   StringBuffer out;
   _btLogger log;
-  const int emitted = supporttest::canonicalizeEbics(doc, xpointer, out, log);
+  const int emitted = xmltest::canonicalizeEbics(doc, xpointer, out, log);
   EXPECT_EQ(emitted, 3);  // the nested "inner" belongs to DataTransfer
   const std::string expected =
       "<header xmlns=\"urn:org:ebics:H004\" authenticate=\"true\"><static><Nonce>1</Nonce></static></header>"

@@ -4,12 +4,12 @@
 
 #include <string>
 
-#include "SupportTestHelpers.h"
+#include "XmlTestHelpers.h"
 
 namespace {
 
-using supporttest::Canon;
-using supporttest::canonicalize;
+using xmltest::Canon;
+using xmltest::canonicalize;
 
 std::string digestBase64(const std::string& data, const EVP_MD* md_type = EVP_sha1()) {
   unsigned char md[EVP_MAX_MD_SIZE];
@@ -110,6 +110,6 @@ TEST(XmlCanonVectors, EbicsAuthenticatedElementsDigest) {
   ASSERT_FALSE(doc.empty());
   StringBuffer out;
   _btLogger log;
-  supporttest::canonicalizeEbics(doc, "xpointer(//*[@authenticate='true'])", out, log);
+  xmltest::canonicalizeEbics(doc, "xpointer(//*[@authenticate='true'])", out, log);
   EXPECT_EQ(digestBase64(out.str(), EVP_sha256()), "hSf/fZURBW6ihKUUZDMRpqc3kloVZZRjw+DTBxjS7AM=");
 }
