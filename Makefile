@@ -47,15 +47,17 @@ test-python: build
 	fi
 
 # The same suite under AddressSanitizer and UndefinedBehaviorSanitizer (-O1: quick to
-# build, quick enough to run).
+# build, quick enough to run). Warnings stay warnings in the sanitizer builds: at -O1 GCC
+# reports maybe-uninitialized inside libstdc++'s own headers (std::regex, std::function);
+# the Release build above is the one that treats warnings as errors.
 test-asan:
 	$(MAKE) test-suite BUILD=build-asan \
-	  CMAKE_ARGS="-DXMLDSIG_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug '-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g'"
+	  CMAKE_ARGS="-DXMLDSIG_SANITIZE=ON -DXMLDSIG_WERROR=OFF -DCMAKE_BUILD_TYPE=Debug '-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g'"
 
 # The concurrency test under ThreadSanitizer: the library and the verifier tests built
 # with -fsanitize=thread, only the concurrency cases run.
 test-tsan: bootstrap
-	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug '-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g' \
+	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug -DXMLDSIG_WERROR=OFF '-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g' \
 	  -DCMAKE_CXX_FLAGS=-fsanitize=thread -DCMAKE_C_FLAGS=-fsanitize=thread \
 	  -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread >/dev/null
 	cmake --build build-tsan --target test_dsig -j $(JOBS)
