@@ -121,18 +121,10 @@ bool parseReference(std::string_view raw, size_t at, Reference& ref) {
 // attribute values every TAB, CR and LF then becomes a space.
 void appendLiteral(std::string& out, std::string_view s, bool attribute, bool fromDocument) {
   if (!attribute) {
-    if (!fromDocument || std::memchr(s.data(), '\r', s.size()) == nullptr) {
+    if (fromDocument)
+      appendNormalisedLineEnds(out, s);
+    else
       out.append(s.data(), s.size());
-      return;
-    }
-    for (size_t i = 0; i < s.size(); ++i) {
-      if (s[i] == '\r') {
-        out.push_back('\n');
-        if (i + 1 < s.size() && s[i + 1] == '\n') ++i;
-      } else {
-        out.push_back(s[i]);
-      }
-    }
     return;
   }
   for (size_t i = 0; i < s.size(); ++i) {
@@ -768,6 +760,21 @@ bool XmlScanner::decodeAttributeValue(std::string_view raw, std::string& out, bo
   if (!expand(raw, out, true, 0)) return false;
   if (nonCdata) collapseSpaces(out, before);
   return true;
+}
+
+void appendNormalisedLineEnds(std::string& out, std::string_view s) {
+  if (std::memchr(s.data(), '\r', s.size()) == nullptr) {
+    out.append(s.data(), s.size());
+    return;
+  }
+  for (size_t i = 0; i < s.size(); ++i) {
+    if (s[i] == '\r') {
+      out.push_back('\n');
+      if (i + 1 < s.size() && s[i + 1] == '\n') ++i;
+    } else {
+      out.push_back(s[i]);
+    }
+  }
 }
 
 }  // namespace xml

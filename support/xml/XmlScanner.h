@@ -148,4 +148,8 @@ inline std::string_view localNameOf(std::string_view qname) {
   return c == std::string_view::npos ? qname : qname.substr(c + 1);
 }
 
+// Appends s with its line ends normalised (CRLF and lone CR to LF), as the parser reads all
+// text of a document, CDATA included.
+void appendNormalisedLineEnds(std::string& out, std::string_view s);
+
 }  // namespace xml

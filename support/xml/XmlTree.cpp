@@ -13,22 +13,6 @@ namespace xml {
 
 namespace {
 
-// Line ends in CDATA are normalised like all other text of the document.
-void appendNormalisedLines(std::string& out, std::string_view s) {
-  if (std::memchr(s.data(), '\r', s.size()) == nullptr) {
-    out.append(s.data(), s.size());
-    return;
-  }
-  for (size_t i = 0; i < s.size(); ++i) {
-    if (s[i] == '\r') {
-      out.push_back('\n');
-      if (i + 1 < s.size() && s[i + 1] == '\n') ++i;
-    } else {
-      out.push_back(s[i]);
-    }
-  }
-}
-
 // Counts of '<' and '=' in text, 16 bytes at a time where SSE2 is available.
 void countMarkup(std::string_view text, size_t& lessThan, size_t& equals) {
   size_t lt = 0, eq = 0, i = 0;
@@ -244,7 +228,7 @@ bool XmlTree::content(const XmlNode& node, std::string& out) const {
     const XmlTextPiece& piece = m_texts[i];
     const std::string_view raw = m_view.substr(piece.start, piece.end - piece.start);
     if (piece.cdata) {
-      appendNormalisedLines(out, raw);
+      appendNormalisedLineEnds(out, raw);  // CDATA: line ends only
     } else if (!expandText(m_dtd, raw, out, nullptr)) {
       return false;
     }
