@@ -64,8 +64,8 @@ class Signer {
     MdCtxPtr ctx(EVP_MD_CTX_new());
     size_t length = 0;
     if (!ctx || EVP_DigestSignInit(ctx.get(), nullptr, EVP_sha256(), nullptr, key_.get()) != 1 ||
-        EVP_DigestSign(ctx.get(), nullptr, &length, reinterpret_cast<const unsigned char*>(text.data()),
-                       text.size()) != 1)
+        EVP_DigestSign(ctx.get(), nullptr, &length, reinterpret_cast<const unsigned char*>(text.data()), text.size()) !=
+            1)
       return {};
     std::string sig(length, '\0');
     if (EVP_DigestSign(ctx.get(), reinterpret_cast<unsigned char*>(&sig[0]), &length,
@@ -107,15 +107,18 @@ inline bool makeSignedDocument(size_t targetBytes, const Signer* signer, StringB
   write("<Invoices xmlns=\"urn:example:invoice\" xmlns:cbc=\"urn:example:cbc\">\n", true);
   for (size_t n = 0; n == 0 || out.getSize() - start + signatureRoom < targetBytes; ++n) {
     const std::string id = std::to_string(n);
-    write("  <Invoice Id=\"inv-" + id + "\" issued=\"2024-05-17\" status=\"open\">\n"
-          "    <cbc:Party role=\"seller\"><cbc:Name>Smith &amp; Sons Ltd.</cbc:Name>"
-          "<cbc:TaxId scheme=\"VAT\">DE123456789</cbc:TaxId></cbc:Party>\n"
-          "    <cbc:Line number=\"1\" qty=\"3\">Widget &lt;large&gt; no. " + id + "</cbc:Line>\n"
-          "    <cbc:Line currency=\"EUR\" number=\"2\" qty=\"1\">Spare part</cbc:Line>\n"
-          "    <Note>Free text of the kind business documents carry in remarks fields, long enough "
-          "to be typical.</Note>\n"
-          "    <Empty></Empty>\n"
-          "  </Invoice>\n",
+    write("  <Invoice Id=\"inv-" + id +
+              "\" issued=\"2024-05-17\" status=\"open\">\n"
+              "    <cbc:Party role=\"seller\"><cbc:Name>Smith &amp; Sons Ltd.</cbc:Name>"
+              "<cbc:TaxId scheme=\"VAT\">DE123456789</cbc:TaxId></cbc:Party>\n"
+              "    <cbc:Line number=\"1\" qty=\"3\">Widget &lt;large&gt; no. " +
+              id +
+              "</cbc:Line>\n"
+              "    <cbc:Line currency=\"EUR\" number=\"2\" qty=\"1\">Spare part</cbc:Line>\n"
+              "    <Note>Free text of the kind business documents carry in remarks fields, long enough "
+              "to be typical.</Note>\n"
+              "    <Empty></Empty>\n"
+              "  </Invoice>\n",
           true);
   }
   EVP_DigestUpdate(sha.get(), close.data(), close.size());

@@ -38,10 +38,15 @@ const StringBuffer& document() {
          "xmlns=\"urn:example:default\">\n";
     for (size_t n = 0; s.size() < target; ++n) {
       const std::string id = std::to_string(n);
-      s += "  <inv:Invoice status=\"open\" cbc:currency=\"EUR\" Id=\"inv-" + id + "\">\n"
-           "    <cbc:Line qty=\"3\" number=\"1\">Widget &amp; gadget &lt;large&gt; no. " + id + "</cbc:Line>\n"
+      s += "  <inv:Invoice status=\"open\" cbc:currency=\"EUR\" Id=\"inv-" + id +
+           "\">\n"
+           "    <cbc:Line qty=\"3\" number=\"1\">Widget &amp; gadget &lt;large&gt; no. " +
+           id +
+           "</cbc:Line>\n"
            "    <cbc:Line qty=\"1\" number=\"2\" cbc:note='single \"quoted\"'>Spare part</cbc:Line>\n"
-           "    <!-- checked by clerk " + id + " -->\n"
+           "    <!-- checked by clerk " +
+           id +
+           " -->\n"
            "    <Note xmlns=\"\">Plain text without a namespace, long enough to be typical of "
            "free-text fields in real business documents.</Note>\n"
            "    <Empty/>\n"
@@ -160,7 +165,7 @@ int main(int argc, char** argv) {
     std::printf("XmlCanon peak memory: %.1f MB = %.2f x the document (target < 3)\n", peakKb / 1024.0,
                 peakKb / 1024.0 / docMb);
   if (g_ours.wallMs > 0 && g_ours.cpuMs > 0 && g_libxml2.wallMs > 0)
-    std::printf("libxml2 time / XmlCanon time: %.2f wall, %.2f CPU (target >= 3)\n",
-                g_libxml2.wallMs / g_ours.wallMs, g_libxml2.cpuMs / g_ours.cpuMs);
+    std::printf("libxml2 time / XmlCanon time: %.2f wall, %.2f CPU (target >= 3)\n", g_libxml2.wallMs / g_ours.wallMs,
+                g_libxml2.cpuMs / g_ours.cpuMs);
   return 0;
 }

@@ -31,7 +31,8 @@ const StringBuffer& document() {
          "<inv:Invoices xmlns:inv=\"urn:example:invoice\" xmlns:cbc=\"urn:example:cbc\">\n";
     for (size_t n = 0; s.size() < target; ++n) {
       const std::string id = std::to_string(n);
-      s += "  <inv:Invoice id=\"INV-" + id + "\" currency=\"EUR\" issued=\"2024-05-17\">\n"
+      s += "  <inv:Invoice id=\"INV-" + id +
+           "\" currency=\"EUR\" issued=\"2024-05-17\">\n"
            "    <cbc:Party role=\"seller\"><cbc:Name>Smith &amp; Sons Ltd.</cbc:Name>"
            "<cbc:TaxId scheme=\"VAT\">DE123456789</cbc:TaxId></cbc:Party>\n"
            "    <cbc:Line no=\"1\" qty=\"3\"><cbc:Item>Widget &lt;large&gt;</cbc:Item>"

@@ -81,7 +81,6 @@ int main(int argc, char** argv) {
   if (documentKb > 0 && checkedKb > 0)
     std::printf("peak memory: %.1f MB with the document generated, %.1f MB loaded and checked = %.2f x the document\n",
                 documentKb / 1024.0, checkedKb / 1024.0, checkedKb / 1024.0 / docMb);
-  else
-    std::printf("peak memory: the reference did not verify in the measuring process\n");
+  else std::printf("peak memory: the reference did not verify in the measuring process\n");
   return 0;
 }

@@ -284,11 +284,14 @@ int main(int argc, char** argv) {
         continue;
       }
       const XString* generic = &genericDocument(row.bytes);
-      benchmark::RegisterBenchmark("ours/zatca", runOurs, &zatca, "ZATCA")->Unit(benchmark::kMicrosecond)
+      benchmark::RegisterBenchmark("ours/zatca", runOurs, &zatca, "ZATCA")
+          ->Unit(benchmark::kMicrosecond)
           ->MinTime(minTime);
-      benchmark::RegisterBenchmark("libxmlsec1/zatca", runXmlsec, generic)->Unit(benchmark::kMicrosecond)
+      benchmark::RegisterBenchmark("libxmlsec1/zatca", runXmlsec, generic)
+          ->Unit(benchmark::kMicrosecond)
           ->MinTime(minTime);
-      benchmark::RegisterBenchmark("ours/zatca-size-generic", runOurs, generic, "")->Unit(benchmark::kMicrosecond)
+      benchmark::RegisterBenchmark("ours/zatca-size-generic", runOurs, generic, "")
+          ->Unit(benchmark::kMicrosecond)
           ->MinTime(minTime);
       continue;
     }
@@ -316,8 +319,9 @@ int main(int argc, char** argv) {
     std::printf("%-30s %9.1fK %12.3f %14.3f %8.2f  %s\n", row.name.c_str(), row.bytes / 1024.0, row.oursMs,
                 row.theirsMs, row.theirsMs / row.oursMs, target);
   }
-  std::printf("(zatca: ours on the ZATCA invoice with the ZATCA option, libxmlsec1 on a generic document of the "
-              "same size; CPU time per verification)\n");
+  std::printf(
+      "(zatca: ours on the ZATCA invoice with the ZATCA option, libxmlsec1 on a generic document of the "
+      "same size; CPU time per verification)\n");
   for (const Row& row : g_rows) {
     if (row.peakKb <= 0) continue;
     const double docMb = static_cast<double>(row.bytes) / mb;

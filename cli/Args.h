@@ -10,8 +10,8 @@
 namespace cli {
 
 struct OptionSpec {
-  const char* longName;   // without the leading "--"
-  char shortName;         // '\0' when there is none
+  const char* longName;  // without the leading "--"
+  char shortName;        // '\0' when there is none
   bool takesValue;
   bool repeatable;        // only for options with a value: every occurrence is kept
   const char* valueName;  // shown in help, e.g. "FILE"

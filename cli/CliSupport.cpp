@@ -4,13 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <condition_variable>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <thread>
 #include <vector>
-
 
 namespace cli {
 
@@ -20,8 +19,7 @@ int usageError(const std::string& reason) {
 }
 
 int usageError(const std::string& command, const std::string& reason) {
-  std::fprintf(stderr, "xmldsig %s: %s (see 'xmldsig %s --help')\n", command.c_str(), reason.c_str(),
-               command.c_str());
+  std::fprintf(stderr, "xmldsig %s: %s (see 'xmldsig %s --help')\n", command.c_str(), reason.c_str(), command.c_str());
   return kExitUsage;
 }
 

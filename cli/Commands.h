@@ -16,7 +16,7 @@ struct CommandSpec {
   const char* synopsis;     // what follows "xmldsig <name> "
   const char* description;  // paragraphs separated by blank lines
   std::vector<OptionSpec> options;
-  const char* exitStatus;   // lines "N  meaning"
+  const char* exitStatus;  // lines "N  meaning"
 };
 
 using RunFunction = int (*)(const Args&);

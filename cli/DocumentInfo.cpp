@@ -5,11 +5,11 @@
 
 #include "cli/VerifierSetup.h"
 #include "crypto/CertSummary.h"
+#include "dsig/ClsXmlDSig.h"
 #include "support/ClsStringArray.h"
+#include "support/ClsXml.h"
 #include "support/ContentCoding.h"
 #include "support/DataBuffer.h"
-#include "dsig/ClsXmlDSig.h"
-#include "support/ClsXml.h"
 #include "support/LogBase.h"
 
 namespace cli {

@@ -97,7 +97,8 @@ ordered_json infoJson(const DocumentInfo& f) {
     js["references"] = refs;
     ordered_json certs = ordered_json::array();
     for (const CertificateInfo& c : s.certificates)
-      certs.push_back({{"subject", c.subject}, {"issuer", c.issuer}, {"notBefore", c.notBefore}, {"notAfter", c.notAfter}});
+      certs.push_back(
+          {{"subject", c.subject}, {"issuer", c.issuer}, {"notBefore", c.notBefore}, {"notAfter", c.notAfter}});
     js["certificates"] = certs;
     sigs.push_back(js);
   }

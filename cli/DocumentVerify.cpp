@@ -10,9 +10,9 @@
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/reference/ReferenceResult.h"
 #include "support/ClsXml.h"
-#include "support/RefCountedObject.h"
 #include "support/ExtPtrArray.h"
 #include "support/LogBase.h"
+#include "support/RefCountedObject.h"
 #include "support/StringBuffer.h"
 #include "support/XString.h"
 

@@ -29,16 +29,16 @@ struct SignatureVerdict {
   std::string id;
   bool valid = false;
   int refFailReason = 0;
-  bool referencesChecked = true;          // false with noReferences
-  bool referenceDigestsEnforced = true;   // false with AllowXmlDigestError
+  bool referencesChecked = true;         // false with noReferences
+  bool referenceDigestsEnforced = true;  // false with AllowXmlDigestError
   std::vector<ReferenceOutcome> references;
   // When invalid: the cause as a word ("digest-mismatch", "external-data-missing", "no-key",
   // "wrong-key", "unsupported-algorithm", "other") and one line naming it for the user.
   std::string failure;
   std::string reason;
-  std::string log;      // the verifier's text log, with req.log
-  std::string logJson;  // the same log as a JSON document, with req.log
-  SignerReport signer;   // the key that verified and the trust decision
+  std::string log;                       // the verifier's text log, with req.log
+  std::string logJson;                   // the same log as a JSON document, with req.log
+  SignerReport signer;                   // the key that verified and the trust decision
   nlohmann::ordered_json reportDetails;  // with req.report (cli/ValidationReport.h)
 };
 
@@ -49,7 +49,7 @@ struct DocumentVerdict {
   int numSignatures = 0;
   std::vector<std::string> warnings;  // family options given for another family
   std::vector<SignatureVerdict> signatures;
-  std::string log;  // the log of a failed load, with req.log
+  std::string log;                       // the log of a failed load, with req.log
   nlohmann::ordered_json reportDetails;  // with req.report (cli/ValidationReport.h)
 
   // Results are labelled FILE#N when the document has several signatures or all are asked for.

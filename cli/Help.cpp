@@ -67,11 +67,12 @@ std::string commandHelp(const CommandSpec& spec) {
 std::string toolHelp() {
   std::string out;
   out += "NAME\n    xmldsig - verify and inspect XML digital signatures\n\n";
-  out += "SYNOPSIS\n"
-         "    xmldsig COMMAND [OPTIONS] FILE...\n"
-         "    xmldsig COMMAND --help\n"
-         "    xmldsig help [COMMAND]\n"
-         "    xmldsig version | --version\n\n";
+  out +=
+      "SYNOPSIS\n"
+      "    xmldsig COMMAND [OPTIONS] FILE...\n"
+      "    xmldsig COMMAND --help\n"
+      "    xmldsig help [COMMAND]\n"
+      "    xmldsig version | --version\n\n";
   out += "DESCRIPTION\n" +
          wrapParagraphs(
              "xmldsig reads XML documents that carry XML-Signature elements (e-invoices, tax and "
@@ -96,10 +97,11 @@ std::string toolHelp() {
   }
   out += "    help       print this help, or the help of a command\n";
   out += "    version    print the version\n\n";
-  out += "EXIT STATUS\n"
-         "    0  success: the documents were read (and the signatures are valid)\n"
-         "    1  a signature is invalid\n"
-         "    2  usage error, or an input that cannot be read or parsed\n";
+  out +=
+      "EXIT STATUS\n"
+      "    0  success: the documents were read (and the signatures are valid)\n"
+      "    1  a signature is invalid\n"
+      "    2  usage error, or an input that cannot be read or parsed\n";
   return out;
 }
 

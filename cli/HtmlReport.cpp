@@ -83,7 +83,8 @@ void appendFileFacts(std::string& out, const nlohmann::ordered_json& report) {
   out += "</code></dd></dl>";
 }
 
-void appendFile(std::string& out, const nlohmann::ordered_json& report, size_t index, const HtmlReportOptions& options) {
+void appendFile(std::string& out, const nlohmann::ordered_json& report, size_t index,
+                const HtmlReportOptions& options) {
   out += "<section class=\"file\" id=\"f" + std::to_string(index) + "\"><h2>";
   appendEscaped(out, text(report, "file"));
   out += "</h2>";
@@ -110,9 +111,12 @@ void appendFile(std::string& out, const nlohmann::ordered_json& report, size_t i
 
 std::string renderHtmlReport(const std::vector<nlohmann::ordered_json>& fileReports, const HtmlReportOptions& options) {
   std::string out;
-  out += "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
-         "<meta http-equiv=\"Content-Security-Policy\" content=\"" + contentSecurityPolicy() + "\">"
-         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"><title>Signature report";
+  out +=
+      "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
+      "<meta http-equiv=\"Content-Security-Policy\" content=\"" +
+      contentSecurityPolicy() +
+      "\">"
+      "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"><title>Signature report";
   if (fileReports.size() == 1) {
     out += ": ";
     appendEscaped(out, text(fileReports[0], "file"));
@@ -123,14 +127,15 @@ std::string renderHtmlReport(const std::vector<nlohmann::ordered_json>& fileRepo
   appendEscaped(out, fileReports.empty() ? std::string() : text(fileReports[0], "tool"));
   out += " &middot; " + std::to_string(fileReports.size()) + (fileReports.size() == 1 ? " file" : " files") + "</p>";
   appendContents(out, fileReports);
-  out += "<div class=\"toolbar\"><input id=\"log-filter\" type=\"search\" placeholder=\"Filter log lines\" "
-         "aria-label=\"Filter log lines\"><span id=\"filter-count\"></span><button type=\"button\" data-open=\"failing\">"
-         "Failing branches</button><button type=\"button\" data-open=\"all\">Open all</button><button type=\"button\" "
-         "data-open=\"none\">Close all</button></div></header><main>";
+  out +=
+      "<div class=\"toolbar\"><input id=\"log-filter\" type=\"search\" placeholder=\"Filter log lines\" "
+      "aria-label=\"Filter log lines\"><span id=\"filter-count\"></span><button type=\"button\" data-open=\"failing\">"
+      "Failing branches</button><button type=\"button\" data-open=\"all\">Open all</button><button type=\"button\" "
+      "data-open=\"none\">Close all</button></div></header><main>";
   HtmlReportOptions perFile = options;
   if (!fileReports.empty())
-    perFile.sourceShowLimit = std::min(options.sourceShowLimit,
-                                       std::max(options.minimumShown, options.pageSourceBudget / (2 * fileReports.size())));
+    perFile.sourceShowLimit = std::min(
+        options.sourceShowLimit, std::max(options.minimumShown, options.pageSourceBudget / (2 * fileReports.size())));
   for (size_t f = 0; f < fileReports.size(); ++f) appendFile(out, fileReports[f], f, perFile);
   out += "</main><script>";
   out += pageScript();

@@ -140,7 +140,8 @@ void appendAlgorithmsAndTimes(std::string& out, const nlohmann::ordered_json& si
     appendAlgorithm(out, "Canonicalization", text(*alg, "canonicalization"));
     appendAlgorithm(out, "Signature", text(*alg, "signature"));
     if (const nlohmann::ordered_json* digests = array(*alg, "digests"))
-      for (const nlohmann::ordered_json& d : *digests) appendAlgorithm(out, "Digest", d.is_string() ? d.get<std::string>() : "");
+      for (const nlohmann::ordered_json& d : *digests)
+        appendAlgorithm(out, "Digest", d.is_string() ? d.get<std::string>() : "");
   }
   appendRow(out, "Signature Id", text(sig, "id"));
   appendRow(out, "Signing time", text(sig, "signingTime"));
@@ -247,9 +248,10 @@ void appendReference(std::string& out, const nlohmann::ordered_json& ref, int ti
 void appendReferences(std::string& out, const nlohmann::ordered_json& sig, int firstTint) {
   const nlohmann::ordered_json* refs = array(sig, "references");
   if (!refs || refs->empty()) return;
-  out += "<section class=\"references\"><h4>References</h4><table class=\"refs\"><thead><tr><th>#</th><th>URI</th>"
-         "<th>Covers</th><th>Transforms</th><th>Digest</th><th>Calculated</th><th>Stored</th><th>Status</th>"
-         "</tr></thead><tbody>";
+  out +=
+      "<section class=\"references\"><h4>References</h4><table class=\"refs\"><thead><tr><th>#</th><th>URI</th>"
+      "<th>Covers</th><th>Transforms</th><th>Digest</th><th>Calculated</th><th>Stored</th><th>Status</th>"
+      "</tr></thead><tbody>";
   int tint = firstTint;
   for (const nlohmann::ordered_json& ref : *refs) appendReference(out, ref, tint++);
   out += "</tbody></table></section>";

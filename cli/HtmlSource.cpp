@@ -36,8 +36,8 @@ void addReferenceRegions(std::vector<SourceRegion>& regions, const nlohmann::ord
   if (covered.start >= 0 && covered.end > covered.start) regions.push_back(covered);
   if (const nlohmann::ordered_json* removed = array(*coverage, "removed")) {
     for (const nlohmann::ordered_json& r : *removed) {
-      SourceRegion cut{Kind::Removed, offset(r, "start"), offset(r, "end"), number, sig,
-                       label + ": removed by " + text(r, "by")};
+      SourceRegion cut{
+          Kind::Removed, offset(r, "start"), offset(r, "end"), number, sig, label + ": removed by " + text(r, "by")};
       if (cut.start >= 0 && cut.end > cut.start) regions.push_back(cut);
     }
   }
@@ -148,10 +148,12 @@ void appendLegend(std::string& out, const std::vector<SourceRegion>& regions) {
     if (r.kind != Kind::Covered) continue;
     out += "<li><span class=\"swatch t" + std::to_string(r.reference % kTintCount) + "\"></span>";
     appendEscaped(out, r.label);
-    out += " <span class=\"span\">bytes " + std::to_string(r.start) + "&ndash;" + std::to_string(r.end) + "</span></li>";
+    out += " <span class=\"span\">bytes " + std::to_string(r.start) + "&ndash;" + std::to_string(r.end) +
+           "</span></li>";
   }
-  out += "<li><span class=\"swatch rm\">abc</span>removed by a reference&#39;s transforms, not signed</li>"
-         "<li><span class=\"swatch sg\">abc</span>a signature&#39;s own element</li></ul>";
+  out +=
+      "<li><span class=\"swatch rm\">abc</span>removed by a reference&#39;s transforms, not signed</li>"
+      "<li><span class=\"swatch sg\">abc</span>a signature&#39;s own element</li></ul>";
 }
 
 }  // namespace
@@ -168,7 +170,11 @@ std::vector<SourceRegion> sourceRegions(const nlohmann::ordered_json& fileReport
     if (const nlohmann::ordered_json* refs = array(sig, "references"))
       for (const nlohmann::ordered_json& ref : *refs) addReferenceRegions(regions, ref, sigIndex, number++, size);
     if (const nlohmann::ordered_json* span = object(sig, "signatureSpan")) {
-      SourceRegion own{Kind::Signature, offset(*span, "start"), offset(*span, "end"), -1, sigIndex,
+      SourceRegion own{Kind::Signature,
+                       offset(*span, "start"),
+                       offset(*span, "end"),
+                       -1,
+                       sigIndex,
                        "signature " + std::to_string(sigIndex) + " (its own element)"};
       if (own.start >= 0 && own.end > own.start) regions.push_back(own);
     }
@@ -184,12 +190,10 @@ void appendSourceView(std::string& out, const nlohmann::ordered_json& fileReport
     return;
   }
   const std::vector<SourceRegion> regions = sourceRegions(fileReport);
-  const bool anyCoverage =
-      std::any_of(regions.begin(), regions.end(), [](const SourceRegion& r) { return r.kind == Kind::Covered; });
-  if (anyCoverage)
-    appendLegend(out, regions);
-  else
-    out += "<p class=\"note\">The report says nothing about what the references covered: nothing is tinted.</p>";
+  const bool anyCoverage = std::any_of(regions.begin(), regions.end(),
+                                       [](const SourceRegion& r) { return r.kind == Kind::Covered; });
+  if (anyCoverage) appendLegend(out, regions);
+  else out += "<p class=\"note\">The report says nothing about what the references covered: nothing is tinted.</p>";
 
   // The text shown: the first showLimit bytes, and the last showLimit bytes of what
   // follows them (the report's tail, or the rest of a head too long to show whole).
@@ -220,8 +224,9 @@ void appendSourceView(std::string& out, const nlohmann::ordered_json& fileReport
   out += "</pre>";
   const long long gapEnd = last.empty() ? total : lastStart;
   if (gapEnd > firstEnd)
-    out += "<p class=\"note gap\">&hellip; " + std::to_string(gapEnd - firstEnd) + " bytes not shown (the document has " +
-           std::to_string(total) + " bytes; only its first and last parts are shown) &hellip;</p>";
+    out += "<p class=\"note gap\">&hellip; " + std::to_string(gapEnd - firstEnd) +
+           " bytes not shown (the document has " + std::to_string(total) +
+           " bytes; only its first and last parts are shown) &hellip;</p>";
   if (!last.empty()) {
     out += "<pre class=\"document\">";
     appendSegments(out, index, lastStart, last);

@@ -9,16 +9,32 @@
 
 namespace cli {
 
-const OptionSpec kOptSigner{"signer", '\0', true, true, "FILE",
+const OptionSpec kOptSigner{"signer",
+                            '\0',
+                            true,
+                            true,
+                            "FILE",
                             "Pin the signer: only this key (a certificate or public key, PEM or DER) may have made "
                             "the signature; may be repeated. Any other key makes the signature invalid."};
-const OptionSpec kOptTrust{"trust", '\0', true, true, "FILE|DIR",
+const OptionSpec kOptTrust{"trust",
+                           '\0',
+                           true,
+                           true,
+                           "FILE|DIR",
                            "Trust anchors (certificates, PEM or DER; a directory of them): the signer's certificate "
                            "must chain to one. May be repeated."};
-const OptionSpec kOptCrl{"crl", '\0', true, true, "FILE",
+const OptionSpec kOptCrl{"crl",
+                         '\0',
+                         true,
+                         true,
+                         "FILE",
                          "A certificate revocation list (PEM or DER) for the chain check; may be repeated. Nothing "
                          "is fetched from the network."};
-const OptionSpec kOptAt{"at", '\0', true, false, "TIME",
+const OptionSpec kOptAt{"at",
+                        '\0',
+                        true,
+                        false,
+                        "TIME",
                         "Check the chain at this time (ISO 8601 UTC, e.g. 2025-03-01T12:00:00Z) instead of a "
                         "verified signature time-stamp's time or now."};
 

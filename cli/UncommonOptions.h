@@ -8,8 +8,8 @@
 namespace cli {
 
 struct UncommonOption {
-  const char* keyword;  // as the verifier spells it
-  const char* family;   // the family (as `info` names it) the option is for; "" for any document
+  const char* keyword;     // as the verifier spells it
+  const char* family;      // the family (as `info` names it) the option is for; "" for any document
   const char* familyName;  // the family as the user knows it, for warnings
 };
 

@@ -40,9 +40,7 @@ ordered_json field(const ordered_json& details, const char* key, const ordered_j
   return details.is_object() && details.contains(key) ? details[key] : absent;
 }
 
-ordered_json warning(const std::string& code, const std::string& text) {
-  return {{"code", code}, {"text", text}};
-}
+ordered_json warning(const std::string& code, const std::string& text) { return {{"code", code}, {"text", text}}; }
 
 // Moves a cut back to the start of a UTF-8 sequence, so that no character is split.
 size_t charBoundary(std::string_view text, size_t at) {
@@ -67,9 +65,7 @@ ordered_json sourceJson(std::string_view text) {
   return j;
 }
 
-const char* weakHashName(int hashId) {
-  return hashId == kHashSha1 ? "SHA-1" : hashId == kHashMd5 ? "MD5" : nullptr;
-}
+const char* weakHashName(int hashId) { return hashId == kHashSha1 ? "SHA-1" : hashId == kHashMd5 ? "MD5" : nullptr; }
 
 // Each reference as the verifier's result describes it (digests, transforms, coverage),
 // with the status the verdict gives it: a failure an option waived is named as such.
@@ -124,7 +120,8 @@ ordered_json timeStampJson(ClsXmlDSig& d) {
   j["time"] = orNull(time.getUtf8());
   j["authority"] = orNull(authority.getUtf8());
   j["verified"] = verified;
-  j["error"] = verified ? ordered_json(nullptr) : ordered_json(error.empty() ? "the time-stamp does not verify" : error);
+  j["error"] = verified ? ordered_json(nullptr)
+                        : ordered_json(error.empty() ? "the time-stamp does not verify" : error);
   return j;
 }
 
@@ -227,17 +224,18 @@ ordered_json signatureReport(const SignatureVerdict& s) {
   ordered_json j;
   j["index"] = s.index;
   j["id"] = orNull(s.id);
-  j["verdict"] = ind.indication == "TOTAL_PASSED" ? "valid" : ind.indication == "TOTAL_FAILED" ? "invalid"
-                                                                                                : "indeterminate";
+  j["verdict"] = ind.indication == "TOTAL_PASSED"   ? "valid"
+                 : ind.indication == "TOTAL_FAILED" ? "invalid"
+                                                    : "indeterminate";
   j["indication"] = ind.indication;
   j["subIndication"] = orNull(ind.subIndication);
   j["failure"] = s.valid ? ordered_json(nullptr) : orNull(s.failure);
   // A valid signature of which less was checked says what, as the verdict line does.
   j["reason"] = s.valid ? (ind.indication == "TOTAL_PASSED" ? ordered_json(nullptr) : ordered_json(verdictText(s)))
                         : orNull(s.reason);
-  j["algorithms"] = field(details, "algorithms", ordered_json{{"canonicalization", nullptr},
-                                                             {"signature", nullptr},
-                                                             {"digests", ordered_json::array()}});
+  j["algorithms"] = field(
+      details, "algorithms",
+      ordered_json{{"canonicalization", nullptr}, {"signature", nullptr}, {"digests", ordered_json::array()}});
   j["signer"] = signerJsonOf(s, details);
   j["trust"] = trustJsonOf(s);
   j["references"] = field(details, "references", ordered_json::array());
@@ -256,12 +254,9 @@ ordered_json signatureReport(const SignatureVerdict& s) {
 ordered_json requestOptions(const VerifyRequest& req) {
   ordered_json out = ordered_json::array();
   auto add = [&](const std::string& text) { out.push_back(text); };
-  if (req.all)
-    add("--all");
-  else if (!req.signatureId.empty())
-    add("--signature-id " + req.signatureId);
-  else if (req.selector != 0)
-    add("--selector " + std::to_string(req.selector));
+  if (req.all) add("--all");
+  else if (!req.signatureId.empty()) add("--signature-id " + req.signatureId);
+  else if (req.selector != 0) add("--selector " + std::to_string(req.selector));
   if (req.noReferences) add("--no-references");
   if (!req.keyFile.empty()) add("--key " + req.keyFile);
   for (const auto& [name, file] : req.namedKeys) add("--key " + name + "=" + file);
@@ -294,7 +289,8 @@ Indication indicationOf(const SignatureVerdict& s) {
   const std::string& f = s.failure;
   if (f == "digest-mismatch") return {"TOTAL_FAILED", "HASH_FAILURE"};
   if (f == "wrong-key") return {"TOTAL_FAILED", "SIG_CRYPTO_FAILURE"};
-  if (f == "structure" || f == "ambiguous-id" || f == "canonicalization-failed") return {"TOTAL_FAILED", "FORMAT_FAILURE"};
+  if (f == "structure" || f == "ambiguous-id" || f == "canonicalization-failed")
+    return {"TOTAL_FAILED", "FORMAT_FAILURE"};
   if (f == "no-key") return {"INDETERMINATE", "NO_SIGNING_CERTIFICATE_FOUND"};
   if (f == "external-data-missing" || f == "no-such-reference") return {"INDETERMINATE", "SIGNED_DATA_NOT_FOUND"};
   if (f == "untrusted-signer")

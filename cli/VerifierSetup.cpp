@@ -8,35 +8,59 @@
 
 namespace cli {
 
-const OptionSpec kOptSelector{"selector", '\0', true, false, "N",
-                              "Use the signature with this index (0 = the first, the default)."};
-const OptionSpec kOptSignatureId{"signature-id", '\0', true, false, "ID",
-                                 "Use the signature whose Id attribute is ID (instead of --selector)."};
-const OptionSpec kOptRefData{"ref-data", '\0', true, true, "INDEX=FILE",
+const OptionSpec kOptSelector{"selector", '\0', true,
+                              false,      "N",  "Use the signature with this index (0 = the first, the default)."};
+const OptionSpec kOptSignatureId{
+    "signature-id", '\0', true, false, "ID", "Use the signature whose Id attribute is ID (instead of --selector)."};
+const OptionSpec kOptRefData{"ref-data",
+                             '\0',
+                             true,
+                             true,
+                             "INDEX=FILE",
                              "Use FILE as the data of the external reference with this index; may be "
                              "repeated."};
-const OptionSpec kOptExternalDir{"external-dir", '\0', true, true, "DIR",
+const OptionSpec kOptExternalDir{"external-dir",
+                                 '\0',
+                                 true,
+                                 true,
+                                 "DIR",
                                  "Look for the files that external references name in DIR; may be repeated "
                                  "(searched in order)."};
-const OptionSpec kOptIgnoreExternal{"ignore-external", '\0', false, false, "",
+const OptionSpec kOptIgnoreExternal{"ignore-external",
+                                    '\0',
+                                    false,
+                                    false,
+                                    "",
                                     "Do not count external references whose data is not available as "
                                     "failures."};
-const OptionSpec kOptLimit{"limit", '\0', true, true, "NAME=N",
+const OptionSpec kOptLimit{"limit",
+                           '\0',
+                           true,
+                           true,
+                           "NAME=N",
                            "Set a work limit of one verification: references (default 100000), transforms "
                            "(per reference, default 100) or canonical-bytes (default 33554432); may be repeated."};
 
-const OptionSpec kOptKey{"key", '\0', true, true, "[NAME=]FILE",
+const OptionSpec kOptKey{"key",
+                         '\0',
+                         true,
+                         true,
+                         "[NAME=]FILE",
                          "A public key or certificate (PEM or DER) to verify with, after the keys the "
                          "signature's KeyInfo yields. NAME=FILE: only for a signature whose KeyInfo has "
                          "KeyName NAME; may be repeated."};
 const OptionSpec kOptHmacKey{"hmac-key", '\0', true, false, "TEXT", "The secret of an HMAC signature."};
-const OptionSpec kOptHmacEncoding{"hmac-encoding", '\0', true, false, "ENC",
-                                  "How --hmac-key is written: ascii (default), hex, base64, ..."};
-const OptionSpec kOptCert{"cert", '\0', true, true, "FILE",
+const OptionSpec kOptHmacEncoding{
+    "hmac-encoding", '\0', true, false, "ENC", "How --hmac-key is written: ascii (default), hex, base64, ..."};
+const OptionSpec kOptCert{"cert",
+                          '\0',
+                          true,
+                          true,
+                          "FILE",
                           "A certificate (PEM or DER) for the store that KeyInfo references are looked up in; "
                           "may be repeated."};
-const OptionSpec kOptCertDir{"cert-dir", '\0', true, true, "DIR",
-                             "Every certificate file of DIR for the store; may be repeated."};
+const OptionSpec kOptCertDir{"cert-dir", '\0',  true,
+                             true,       "DIR", "Every certificate file of DIR for the store; may be repeated."};
 
 void configureVerifier(ClsXmlDSig& dsig, const VerifyRequest& req) {
   if (req.verbose) dsig.put_VerboseLogging(true);

@@ -16,14 +16,22 @@ namespace cli {
 
 namespace {
 
-const OptionSpec kOptExclusive{"exclusive", '\0', false, false, "",
-                               "Exclusive XML Canonicalization 1.0 instead of Canonical XML 1.0."};
+const OptionSpec kOptExclusive{"exclusive", '\0', false,
+                               false,       "",   "Exclusive XML Canonicalization 1.0 instead of Canonical XML 1.0."};
 const OptionSpec kOptWithComments{"with-comments", '\0', false, false, "", "Keep comments."};
-const OptionSpec kOptFragment{"fragment", '\0', true, false, "ID",
+const OptionSpec kOptFragment{"fragment",
+                              '\0',
+                              true,
+                              false,
+                              "ID",
                               "Canonicalize only the element identified by ID (an Id, ID or id attribute "
                               "with any prefix, or a DTD ID attribute), or an XPointer: \"xpointer(/)\", "
                               "\"xpointer(id('ID'))\"."};
-const OptionSpec kOptPrefixes{"prefixes", '\0', true, false, "\"P1 P2\"",
+const OptionSpec kOptPrefixes{"prefixes",
+                              '\0',
+                              true,
+                              false,
+                              "\"P1 P2\"",
                               "With --exclusive: the InclusiveNamespaces prefix list, separated by "
                               "spaces (\"#default\" for the default namespace)."};
 

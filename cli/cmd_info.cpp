@@ -15,28 +15,27 @@
 namespace cli {
 
 const CommandSpec& infoSpec() {
-  static const CommandSpec spec{
-      "info",
-      "describe the signatures of XML documents",
-      "[--json] [--log] [--verbose] [--option KEYWORD]... [-j N] [-o FILE] FILE...",
-      "For each FILE, reports whether it loads as XML (and where it is not well-formed when "
-      "it does not), how many XML-Signature elements it carries, and for each signature: its "
-      "index (the value to select it by), its Id, the document family the verifier "
-      "recognises, the canonicalization method of SignedInfo with its inclusive-namespace "
-      "prefix list, the signature method, and every reference with its URI, whether it "
-      "points into the document or outside it, its digest method and its transforms.\n\n"
-      "Where the family is verified by its own rules only on request (Saudi ZATCA and "
-      "Malaysian MyInvois invoices), the option to pass is suggested. The family is the "
-      "document's own: a family option given for a document of another family is reported "
-      "as a warning (\"warnings\" in JSON).\n\n"
-      "With --json, one object per FILE; a FILE that cannot be read or loaded gives "
-      "{\"file\", \"error\"}, and --log adds the verifier's structured log as \"log\".\n\n"
-      "The bytes of each file are read as they are; the encoding comes from the byte-order "
-      "mark or the XML declaration. Nothing is verified: use this command to learn what a "
-      "document holds and what it needs.",
-      {kOptJson, kOptLog, kOptVerbose, kOptUncommon, kOptJobs, kOptOutput, kOptHelp},
-      "0  every FILE was read and loaded\n"
-      "2  usage error, or a FILE could not be read or is not well-formed XML"};
+  static const CommandSpec spec{"info",
+                                "describe the signatures of XML documents",
+                                "[--json] [--log] [--verbose] [--option KEYWORD]... [-j N] [-o FILE] FILE...",
+                                "For each FILE, reports whether it loads as XML (and where it is not well-formed when "
+                                "it does not), how many XML-Signature elements it carries, and for each signature: its "
+                                "index (the value to select it by), its Id, the document family the verifier "
+                                "recognises, the canonicalization method of SignedInfo with its inclusive-namespace "
+                                "prefix list, the signature method, and every reference with its URI, whether it "
+                                "points into the document or outside it, its digest method and its transforms.\n\n"
+                                "Where the family is verified by its own rules only on request (Saudi ZATCA and "
+                                "Malaysian MyInvois invoices), the option to pass is suggested. The family is the "
+                                "document's own: a family option given for a document of another family is reported "
+                                "as a warning (\"warnings\" in JSON).\n\n"
+                                "With --json, one object per FILE; a FILE that cannot be read or loaded gives "
+                                "{\"file\", \"error\"}, and --log adds the verifier's structured log as \"log\".\n\n"
+                                "The bytes of each file are read as they are; the encoding comes from the byte-order "
+                                "mark or the XML declaration. Nothing is verified: use this command to learn what a "
+                                "document holds and what it needs.",
+                                {kOptJson, kOptLog, kOptVerbose, kOptUncommon, kOptJobs, kOptOutput, kOptHelp},
+                                "0  every FILE was read and loaded\n"
+                                "2  usage error, or a FILE could not be read or is not well-formed XML"};
   return spec;
 }
 
@@ -68,11 +67,9 @@ std::string toText(const DocumentInfo& f) {
     return o.str();
   }
   const size_t n = f.signatures.size();
-  o << f.name << ": loaded, " << n << (n == 1 ? " signature" : " signatures") << ", family "
-    << f.family.family << "\n";
+  o << f.name << ": loaded, " << n << (n == 1 ? " signature" : " signatures") << ", family " << f.family.family << "\n";
   for (const std::string& w : f.warnings) o << "  warning: " << w << "\n";
-  for (const std::string& opt : f.family.suggestedOptions)
-    o << "  suggested option: --option " << opt << "\n";
+  for (const std::string& opt : f.family.suggestedOptions) o << "  suggested option: --option " << opt << "\n";
   for (const SignatureInfo& s : f.signatures) {
     o << "  signature " << s.index << " (" << s.element << ")\n";
     o << "    id:                " << orNone(s.id) << "\n";
@@ -92,7 +89,8 @@ std::string toText(const DocumentInfo& f) {
       o << (r.external ? " (external)" : " (same document)") << "\n";
       o << "      digest method:   " << named(r.digestMethod, digestMethodName(r.digestMethod)) << "\n";
       for (size_t t = 0; t < r.transforms.size(); ++t)
-        o << (t == 0 ? "      transforms:      " : "                       ") << named(r.transforms[t], transformName(r.transforms[t])) << "\n";
+        o << (t == 0 ? "      transforms:      " : "                       ")
+          << named(r.transforms[t], transformName(r.transforms[t])) << "\n";
     }
     for (const CertificateInfo& c : s.certificates) {
       o << "    certificate:       " << c.subject << "\n";
@@ -110,8 +108,7 @@ int runInfo(const Args& args) {
   unsigned jobs = 1;
   std::string error;
   VerifyRequest req;
-  if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error))
-    return usageError("info", error);
+  if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error)) return usageError("info", error);
   Output out;
   if (!out.open(args, error)) return usageError("info", error);
 

@@ -26,7 +26,11 @@ namespace cli {
 
 namespace {
 
-const OptionSpec kOptDump{"dump", '\0', true, false, "DIR",
+const OptionSpec kOptDump{"dump",
+                          '\0',
+                          true,
+                          false,
+                          "DIR",
                           "Write the bytes each reference digested to DIR/STEM.sigN.refM.bin and the canonical "
                           "SignedInfo to DIR/STEM.sigN.signedinfo.bin (STEM: the file name without its extension)."};
 
@@ -105,8 +109,9 @@ FileResult checkFile(const std::string& file, const VerifyRequest& req, const st
 
   // The canonical SignedInfo comes from a verification of the signature value alone,
   // made before the references so that their results are the ones the loop leaves.
-  const std::string dumpStem = dumpDir.empty() ? std::string() : dumpDir + "/" + fileStem(file) + ".sig" +
-                                                                      std::to_string(res.signature);
+  const std::string dumpStem = dumpDir.empty()
+                                   ? std::string()
+                                   : dumpDir + "/" + fileStem(file) + ".sig" + std::to_string(res.signature);
   RcPtr<ClsBinData> dumped(ClsBinData::createNewCls());
   if (!dumpDir.empty()) {
     dsig->put_KeepDigestedBytes(true);
@@ -170,8 +175,8 @@ std::string toText(const FileResult& f) {
   o << f.file << ": signature " << f.signature;
   if (!f.signatureId.empty()) o << " (Id \"" << f.signatureId << "\")";
   const size_t n = f.references.size();
-  o << ", " << n << (n == 1 ? " reference" : " references") << ": "
-    << (f.allValid() ? "all valid" : "NOT all valid") << "\n";
+  o << ", " << n << (n == 1 ? " reference" : " references") << ": " << (f.allValid() ? "all valid" : "NOT all valid")
+    << "\n";
   for (const ReferenceResult& r : f.references) {
     o << "  reference " << r.index << ": URI \"" << r.uri << "\"" << (r.external ? " (external)" : "") << ": ";
     if (r.valid) o << "valid\n";
@@ -209,8 +214,8 @@ const CommandSpec& refsSpec() {
       "SignedInfo to DIR/STEM.sigN.signedinfo.bin, where STEM is the file name without its "
       "extension, N the signature's index and M the reference's: hashing a .bin file with the "
       "reference's digest method gives the digest the reference was checked against.",
-      {kOptSelector, kOptSignatureId, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon, kOptDump, kOptJson,
-       kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
+      {kOptSelector, kOptSignatureId, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon,
+       kOptDump, kOptJson, kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
       "0  every reference of every FILE is valid (or skipped with --ignore-external)\n"
       "1  a reference digest is not valid\n"
       "2  usage error, a FILE could not be read, loaded, or has no such signature, or a --dump "
@@ -225,8 +230,7 @@ int runReferences(const Args& args) {
   unsigned jobs = 1;
   std::string error;
   VerifyRequest req;
-  if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error))
-    return usageError("refs", error);
+  if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error)) return usageError("refs", error);
   Output out;
   if (!out.open(args, error)) return usageError("refs", error);
   const std::string dumpDir = args.value("dump");
@@ -237,8 +241,7 @@ int runReferences(const Args& args) {
   std::vector<FileResult> results(args.positionals.size());
   bool anyUnloaded = false, anyInvalid = false;
   runInOrder(
-      results.size(), jobs,
-      [&](size_t i) { results[i] = checkFile(args.positionals[i], req, dumpDir); },
+      results.size(), jobs, [&](size_t i) { results[i] = checkFile(args.positionals[i], req, dumpDir); },
       [&](size_t i) {
         FileResult& f = results[i];
         if (!f.log.empty()) std::fputs(f.log.c_str(), stderr);

@@ -30,8 +30,8 @@ nlohmann::ordered_json reportOf(const std::string& file, const VerifyRequest& re
 // The reports of every FILE in order, with the document text the page shows; status
 // becomes the command's exit status (2 when a FILE was not loaded, else 1 when a signature
 // is not valid).
-std::vector<nlohmann::ordered_json> reportsOf(const std::vector<std::string>& files, VerifyRequest req,
-                                                  unsigned jobs, int& status) {
+std::vector<nlohmann::ordered_json> reportsOf(const std::vector<std::string>& files, VerifyRequest req, unsigned jobs,
+                                              int& status) {
   req.report = true;
   req.reportSource = true;
   std::vector<nlohmann::ordered_json> reports(files.size());
@@ -74,9 +74,9 @@ const CommandSpec& reportSpec() {
       "`xmldsig verify --html PAGE` writes the same page while verifying.\n\n"
       "The page is written even when a FILE cannot be read or loaded (the page says why; the exit "
       "status is then 2).",
-      {kOptSelector, kOptSignatureId, kOptKey, kOptHmacKey, kOptHmacEncoding, kOptCert, kOptCertDir, kOptSigner,
-       kOptTrust, kOptCrl, kOptAt, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon,
-       kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
+      {kOptSelector, kOptSignatureId, kOptKey,     kOptHmacKey, kOptHmacEncoding, kOptCert,        kOptCertDir,
+       kOptSigner,   kOptTrust,       kOptCrl,     kOptAt,      kOptRefData,      kOptExternalDir, kOptIgnoreExternal,
+       kOptLimit,    kOptUncommon,    kOptVerbose, kOptJobs,    kOptOutput,       kOptHelp},
       "0  every signature is valid\n"
       "1  a signature is not valid\n"
       "2  usage error, or a FILE could not be read or loaded (the page is still written)"};

@@ -23,7 +23,11 @@ namespace cli {
 
 namespace {
 
-const OptionSpec kOptReference{"reference", '\0', true, false, "N",
+const OptionSpec kOptReference{"reference",
+                               '\0',
+                               true,
+                               false,
+                               "N",
                                "Print only the bytes reference N digested, with no heading (external "
                                "references too)."};
 
@@ -81,9 +85,9 @@ const CommandSpec& signedSpec() {
       "Nothing is printed for a signature that is not valid, nor for a reference whose digest was not "
       "checked and matched (--option AllowXmlDigestError, --ignore-external): an application that "
       "reads this output reads only what the signer signed.",
-      {kOptSelector, kOptSignatureId, kOptReference, kOptKey, kOptHmacKey, kOptHmacEncoding, kOptCert, kOptCertDir,
-       kOptSigner, kOptTrust, kOptCrl, kOptAt, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit,
-       kOptUncommon, kOptLog, kOptVerbose, kOptOutput, kOptHelp},
+      {kOptSelector,       kOptSignatureId, kOptReference, kOptKey, kOptHmacKey, kOptHmacEncoding, kOptCert,
+       kOptCertDir,        kOptSigner,      kOptTrust,     kOptCrl, kOptAt,      kOptRefData,      kOptExternalDir,
+       kOptIgnoreExternal, kOptLimit,       kOptUncommon,  kOptLog, kOptVerbose, kOptOutput,       kOptHelp},
       "0  the signature is valid and its covered bytes were printed\n"
       "1  the signature is not valid, or the reference asked for was not checked\n"
       "2  usage error, or FILE could not be read or loaded, or has no such signature or reference"};
@@ -102,7 +106,8 @@ int runSigned(const Args& args) {
     const std::string text = args.value("reference");
     char* end = nullptr;
     only = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || only < 0) return usageError("signed", "--reference expects an index, not '" + text + "'");
+    if (text.empty() || *end != '\0' || only < 0)
+      return usageError("signed", "--reference expects an index, not '" + text + "'");
   }
   Output out;
   if (!out.open(args, error)) return usageError("signed", error);

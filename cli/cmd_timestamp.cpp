@@ -20,12 +20,12 @@ namespace cli {
 namespace {
 
 const OptionSpec kOptTsa{"tsa", '\0', true, false, "URL", "add: the time-stamp authority's URL (required)."};
-const OptionSpec kOptHash{"hash", '\0', true, false, "ALG",
-                          "add: the digest the authority stamps: sha256 (default), sha1, sha384, sha512."};
+const OptionSpec kOptHash{
+    "hash", '\0', true, false, "ALG", "add: the digest the authority stamps: sha256 (default), sha1, sha384, sha512."};
 const OptionSpec kOptTsaUser{"tsa-user", '\0', true, false, "NAME", "add: user name for the authority (HTTP basic)."};
 const OptionSpec kOptTsaPassword{"tsa-password", '\0', true, false, "TEXT", "add: password for the authority."};
-const OptionSpec kOptNoTsaCert{"no-tsa-cert", '\0', false, false, "",
-                               "add: do not ask the authority to include its certificate in the token."};
+const OptionSpec kOptNoTsaCert{
+    "no-tsa-cert", '\0', false, false, "", "add: do not ask the authority to include its certificate in the token."};
 
 int add(const std::string& file, const Args& args) {
   if (!args.has("tsa")) return usageError("timestamp", "add needs --tsa URL");
@@ -131,8 +131,8 @@ const CommandSpec& timestampSpec() {
       "token's CMS signature with the certificate the token carries, and that the token stamps the "
       "canonical SignatureValue; the signature value itself is verified too. Trust in the "
       "authority's certificate is not decided.",
-      {kOptTsa, kOptHash, kOptTsaUser, kOptTsaPassword, kOptNoTsaCert, kOptSelector, kOptSignatureId, kOptJson,
-       kOptLog, kOptVerbose, kOptUncommon, kOptOutput, kOptHelp},
+      {kOptTsa, kOptHash, kOptTsaUser, kOptTsaPassword, kOptNoTsaCert, kOptSelector, kOptSignatureId, kOptJson, kOptLog,
+       kOptVerbose, kOptUncommon, kOptOutput, kOptHelp},
       "0  add: the time-stamp was added; check: the time-stamp is valid\n"
       "1  add: no token was obtained or the signature cannot take one; check: no time-stamp, or it is "
       "not valid\n"

@@ -18,14 +18,27 @@ namespace cli {
 namespace {
 
 const OptionSpec kOptAll{"all", '\0', false, false, "", "Verify every signature of each file, one result each."};
-const OptionSpec kOptNoReferences{"no-references", '\0', false, false, "",
-                                  "Check only the signature value over SignedInfo, not the reference digests."};
-const OptionSpec kOptReferencesOnly{"references-only", '\0', false, false, "",
+const OptionSpec kOptNoReferences{
+    "no-references", '\0', false,
+    false,           "",   "Check only the signature value over SignedInfo, not the reference digests."};
+const OptionSpec kOptReferencesOnly{"references-only",
+                                    '\0',
+                                    false,
+                                    false,
+                                    "",
                                     "Check only the reference digests and print each one (as `xmldsig refs`)."};
-const OptionSpec kOptHtml{"html", '\0', true, false, "PAGE",
+const OptionSpec kOptHtml{"html",
+                          '\0',
+                          true,
+                          false,
+                          "PAGE",
                           "Also write the validation report of every file as one HTML page to PAGE (as "
                           "`xmldsig report` does); written even when a FILE cannot be read."};
-const OptionSpec kOptReport{"report", '\0', false, false, "",
+const OptionSpec kOptReport{"report",
+                            '\0',
+                            false,
+                            false,
+                            "",
                             "Print the validation report of each file instead: one JSON object per line, "
                             "shaped as docs/report.schema.json describes."};
 
@@ -108,9 +121,33 @@ const CommandSpec& verifySpec() {
       "Document families: Saudi ZATCA invoices need --option ZATCA and Malaysian MyInvois documents "
       "--option MYINVOIS; the other families (Chilean SII, Mexican DODA, Polish and Italian health "
       "documents, HL7, SK-XML, SWIFT SAA, ebXML, EBICS, CMA STP) are recognised from the document.",
-      {kOptSelector, kOptSignatureId, kOptAll, kOptNoReferences, kOptReferencesOnly, kOptKey, kOptHmacKey,
-       kOptHmacEncoding, kOptCert, kOptCertDir, kOptSigner, kOptTrust, kOptCrl, kOptAt, kOptRefData, kOptExternalDir, kOptIgnoreExternal, kOptLimit, kOptUncommon,
-       kOptJson, kOptReport, kOptHtml, kOptLog, kOptVerbose, kOptJobs, kOptOutput, kOptHelp},
+      {kOptSelector,
+       kOptSignatureId,
+       kOptAll,
+       kOptNoReferences,
+       kOptReferencesOnly,
+       kOptKey,
+       kOptHmacKey,
+       kOptHmacEncoding,
+       kOptCert,
+       kOptCertDir,
+       kOptSigner,
+       kOptTrust,
+       kOptCrl,
+       kOptAt,
+       kOptRefData,
+       kOptExternalDir,
+       kOptIgnoreExternal,
+       kOptLimit,
+       kOptUncommon,
+       kOptJson,
+       kOptReport,
+       kOptHtml,
+       kOptLog,
+       kOptVerbose,
+       kOptJobs,
+       kOptOutput,
+       kOptHelp},
       "0  every verified signature is valid\n"
       "1  a signature is not valid\n"
       "2  usage error (an unknown option or --option keyword), or a FILE could not be read (a directory, "
@@ -127,13 +164,11 @@ int runVerify(const Args& args) {
   std::string error;
   VerifyRequest req;
   if (args.has("json") && args.has("report")) return usageError("verify", "give only one of --json and --report");
-  if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error))
-    return usageError("verify", error);
+  if (!jobsFromArgs(args, jobs, error) || !verifyRequestFromArgs(args, req, error)) return usageError("verify", error);
   const bool html = args.has("html");
   if (html) req.report = req.reportSource = true;  // the page is drawn from the reports
   Output out, page;
-  if (!out.open(args, error) || (html && !page.openPath(args.value("html"), error)))
-    return usageError("verify", error);
+  if (!out.open(args, error) || (html && !page.openPath(args.value("html"), error))) return usageError("verify", error);
   std::vector<nlohmann::ordered_json> pageReports;
 
   std::vector<DocumentVerdict> results(args.positionals.size());

@@ -24,12 +24,12 @@ struct TypeInfo {
 };
 
 const TypeInfo kUniversal[] = {
-    {1, "bool", Content::Hex},        {2, "int", Content::Hex},          {3, "bits", Content::Bits},
-    {4, "octets", Content::Base64},   {5, "null", Content::Null},        {6, "oid", Content::Oid},
-    {10, "enum", Content::Hex},       {12, "utf8", Content::Text},       {16, "sequence", Content::Children},
-    {17, "set", Content::Children},   {18, "numeric", Content::Text},    {19, "printable", Content::Text},
-    {20, "t61", Content::Text},       {22, "ia5", Content::Text},        {23, "utctime", Content::Text},
-    {24, "gentime", Content::Text},   {26, "visible", Content::Text},    {30, "bmp", Content::Text},
+    {1, "bool", Content::Hex},      {2, "int", Content::Hex},       {3, "bits", Content::Bits},
+    {4, "octets", Content::Base64}, {5, "null", Content::Null},     {6, "oid", Content::Oid},
+    {10, "enum", Content::Hex},     {12, "utf8", Content::Text},    {16, "sequence", Content::Children},
+    {17, "set", Content::Children}, {18, "numeric", Content::Text}, {19, "printable", Content::Text},
+    {20, "t61", Content::Text},     {22, "ia5", Content::Text},     {23, "utctime", Content::Text},
+    {24, "gentime", Content::Text}, {26, "visible", Content::Text}, {30, "bmp", Content::Text},
 };
 
 const char* kClassNames[4] = {"universal", "application", "contextSpecific", "private"};
@@ -69,7 +69,8 @@ void appendHeader(der::Bytes& out, uint8_t tagClass, bool constructed, uint32_t 
     der::appendLength(out, length);
   } else {
     out.push_back(static_cast<uint8_t>(0x80 | lengthOctets));
-    for (size_t i = lengthOctets; i-- > 0;) out.push_back(static_cast<uint8_t>(i < sizeof(size_t) ? (length >> (8 * i)) & 0xff : 0));
+    for (size_t i = lengthOctets; i-- > 0;)
+      out.push_back(static_cast<uint8_t>(i < sizeof(size_t) ? (length >> (8 * i)) & 0xff : 0));
   }
 }
 
@@ -408,7 +409,8 @@ bool encodeElement(ClsXml* e, der::Bytes& out, int depth, LogBase& log) {
       if (!ContentCoding::decodeHexToDb(body.getString(), body.getSize(), db)) return fail("Invalid hex content.");
     } else if (kind == Content::Base64 || kind == Content::Bits || textAsBase64) {
       if (kind == Content::Bits) db.appendByte(static_cast<unsigned char>(attrNumber(e, "unused", 0)));
-      if (!ContentCoding::decodeBase64ToDb(body.getString(), body.getSize(), db)) return fail("Invalid base64 content.");
+      if (!ContentCoding::decodeBase64ToDb(body.getString(), body.getSize(), db))
+        return fail("Invalid base64 content.");
     } else if (kind == Content::Oid) {
       body.trim2();
       der::Bytes oid;
@@ -441,7 +443,8 @@ bool Asn1Xml::derToXml(const DataBuffer& der, bool withXmlDeclaration, bool inde
     return false;
   }
   std::string xml;
-  if (withXmlDeclaration) xml += indent ? "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n" : "<?xml version=\"1.0\" encoding=\"utf-8\"?>";
+  if (withXmlDeclaration)
+    xml += indent ? "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n" : "<?xml version=\"1.0\" encoding=\"utf-8\"?>";
   Renderer renderer(der.getData2(), indent, xml);
   if (!renderer.element(0, der.getSize(), 0, log)) return false;
   der::Tlv top;

@@ -160,8 +160,8 @@ bool BrantelX509::getSubjectKeyIdentifier(DataBuffer& out, LogBase& log) const {
   out.clear();
   if (!m_x509) return false;
   int critical = 0;
-  ASN1_OCTET_STRING* ski =
-      static_cast<ASN1_OCTET_STRING*>(X509_get_ext_d2i(m_x509.get(), NID_subject_key_identifier, &critical, nullptr));
+  ASN1_OCTET_STRING* ski = static_cast<ASN1_OCTET_STRING*>(
+      X509_get_ext_d2i(m_x509.get(), NID_subject_key_identifier, &critical, nullptr));
   if (ski) {
     const bool ok = out.append(ASN1_STRING_get0_data(ski), static_cast<size_t>(ASN1_STRING_length(ski)));
     ASN1_OCTET_STRING_free(ski);

@@ -78,7 +78,8 @@ CertRecord* CertCollection::findBySubjectValues(const std::string& normalizedJoi
   if (normalizedJoinedValues.empty()) return nullptr;
   std::lock_guard<std::mutex> lock(m_mutex);
   for (const auto& r : m_records)
-    if (joinedSubjectValues(*r, false) == normalizedJoinedValues || joinedSubjectValues(*r, true) == normalizedJoinedValues)
+    if (joinedSubjectValues(*r, false) == normalizedJoinedValues ||
+        joinedSubjectValues(*r, true) == normalizedJoinedValues)
       return r.get();
   return nullptr;
 }

@@ -26,8 +26,8 @@ std::string bioText(BIO* bio) {
 std::string nameText(const X509_NAME* name) {
   ossl::BioPtr bio(BIO_new(BIO_s_mem()));
   if (!name || !bio) return std::string();
-  const unsigned long flags =
-      XN_FLAG_SEP_CPLUS_SPC | XN_FLAG_DN_REV | XN_FLAG_FN_SN | (ASN1_STRFLGS_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
+  const unsigned long flags = XN_FLAG_SEP_CPLUS_SPC | XN_FLAG_DN_REV | XN_FLAG_FN_SN |
+                              (ASN1_STRFLGS_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
   X509_NAME_print_ex(bio.get(), name, 0, flags);
   return bioText(bio.get());
 }

@@ -16,7 +16,7 @@ struct Summary {
   std::string serial;     // decimal, as documents write serial numbers
   std::string notBefore;  // ISO 8601 UTC, "2025-01-31T12:00:00Z"
   std::string notAfter;
-  std::string sha256;     // lower-case hex of the SHA-256 of the DER
+  std::string sha256;  // lower-case hex of the SHA-256 of the DER
 };
 
 // A name as "CN=..., O=..., C=..." (UTF-8, most specific component first).

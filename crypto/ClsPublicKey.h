@@ -49,7 +49,10 @@ class ClsPublicKey : public RefCountedObject, public BrantelCritSec {
   const std::string& origin() const { return m_origin; }
   void setOrigin(const std::string& origin) { m_origin = origin; }
   const DataBuffer& certificateDer() const { return m_certDer; }
-  void setCertificateDer(const DataBuffer& der) { m_certDer.clear(); m_certDer.append(der); }
+  void setCertificateDer(const DataBuffer& der) {
+    m_certDer.clear();
+    m_certDer.append(der);
+  }
 
   _btPublicKey& getPubKey() { return m_key; }
   const _btPublicKey& getPubKey() const { return m_key; }

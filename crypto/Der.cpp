@@ -41,7 +41,11 @@ bool readTlvAt(const uint8_t* data, size_t size, size_t pos, Tlv& out, int depth
     size_t length = 0;
     for (size_t i = 0; i < out.lengthOctets; ++i) length = (length << 8) | data[pos++];
     out.contentLength = length;
-    const size_t minimalOctets = length < 0x80 ? 0 : (length <= 0xff ? 1 : length <= 0xffff ? 2 : length <= 0xffffff ? 3 : 4);
+    const size_t minimalOctets = length < 0x80 ? 0
+                                               : (length <= 0xff       ? 1
+                                                  : length <= 0xffff   ? 2
+                                                  : length <= 0xffffff ? 3
+                                                                       : 4);
     out.minimalLength = out.lengthOctets == minimalOctets;
   }
   out.contentStart = pos;

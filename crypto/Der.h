@@ -25,16 +25,16 @@ enum : uint8_t {
 
 // One tag-length-value as found in the input.
 struct Tlv {
-  uint8_t tagClass = 0;        // 0 universal, 1 application, 2 context, 3 private
+  uint8_t tagClass = 0;  // 0 universal, 1 application, 2 context, 3 private
   bool constructed = false;
   uint32_t tagNumber = 0;
-  size_t headerStart = 0;      // offset of the identifier octet
+  size_t headerStart = 0;  // offset of the identifier octet
   size_t contentStart = 0;
-  size_t contentLength = 0;    // for indefinite lengths: up to (not including) the end-of-contents
-  size_t end = 0;              // offset just past the element (and its end-of-contents octets)
-  size_t lengthOctets = 0;     // octets after the initial length octet in long form (0: short form)
+  size_t contentLength = 0;  // for indefinite lengths: up to (not including) the end-of-contents
+  size_t end = 0;            // offset just past the element (and its end-of-contents octets)
+  size_t lengthOctets = 0;   // octets after the initial length octet in long form (0: short form)
   bool indefinite = false;
-  bool minimalLength = true;   // false when the long form was used where DER wants shorter
+  bool minimalLength = true;  // false when the long form was used where DER wants shorter
 };
 
 // Reads the element at `pos` within data[0, size). False when it is malformed or overruns.

@@ -116,8 +116,8 @@ std::string decodeHexValue(const std::string& written) {
     return written;
   const uint8_t* content = bytes.data() + tlv.contentStart;
   if (tlv.tagNumber == 30) return utf16beToUtf8(content, tlv.contentLength);
-  if (tlv.tagNumber == 12 || tlv.tagNumber == 19 || tlv.tagNumber == 20 || tlv.tagNumber == 22 ||
-      tlv.tagNumber == 26 || tlv.tagNumber == 18)
+  if (tlv.tagNumber == 12 || tlv.tagNumber == 19 || tlv.tagNumber == 20 || tlv.tagNumber == 22 || tlv.tagNumber == 26 ||
+      tlv.tagNumber == 18)
     return std::string(reinterpret_cast<const char*>(content), tlv.contentLength);
   return written;
 }

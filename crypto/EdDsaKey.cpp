@@ -7,7 +7,8 @@ bool EdDsaKey::verifyMessage(const void* sig, size_t sigLen, const void* message
   valid = false;
   ossl::MdCtxPtr ctx(EVP_MD_CTX_new());
   // EdDSA takes no separate digest: the one-shot verify hashes the message internally.
-  if (!m_key || !ctx || EVP_DigestVerifyInit_ex(ctx.get(), nullptr, nullptr, nullptr, nullptr, m_key.get(), nullptr) != 1) {
+  if (!m_key || !ctx ||
+      EVP_DigestVerifyInit_ex(ctx.get(), nullptr, nullptr, nullptr, nullptr, m_key.get(), nullptr) != 1) {
     ossl::drainErrors(log);
     log.LogError("Failed to set up EdDSA verification.");
     return false;

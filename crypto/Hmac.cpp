@@ -16,17 +16,16 @@
 namespace {
 
 // OpenSSL's HMAC for the digests it has.
-bool evpHmac(const char* digestName, const void* data, size_t dataLen, const void* key, size_t keyLen,
-             DataBuffer& out, LogBase& log) {
+bool evpHmac(const char* digestName, const void* data, size_t dataLen, const void* key, size_t keyLen, DataBuffer& out,
+             LogBase& log) {
   ossl::MacPtr mac(EVP_MAC_fetch(nullptr, "HMAC", nullptr));
   ossl::MacCtxPtr ctx(mac ? EVP_MAC_CTX_new(mac.get()) : nullptr);
   if (!ctx) {
     ossl::drainErrors(log);
     return false;
   }
-  OSSL_PARAM params[] = {
-      OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, const_cast<char*>(digestName), 0),
-      OSSL_PARAM_construct_end()};
+  OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, const_cast<char*>(digestName), 0),
+                         OSSL_PARAM_construct_end()};
   // An empty key is legal in HMAC; OpenSSL wants a non-null pointer for it.
   static const unsigned char kNoKey[1] = {0};
   const unsigned char* keyBytes = keyLen ? static_cast<const unsigned char*>(key) : kNoKey;
@@ -43,8 +42,7 @@ bool evpHmac(const char* digestName, const void* data, size_t dataLen, const voi
 
 // The RFC 2104 construction over one of our own digest engines:
 // H((K ^ opad) || H((K ^ ipad) || data)), K hashed first when longer than a block.
-bool constructedHmac(int hashId, const void* data, size_t dataLen, const void* key, size_t keyLen,
-                     DataBuffer& out) {
+bool constructedHmac(int hashId, const void* data, size_t dataLen, const void* key, size_t keyLen, DataBuffer& out) {
   std::unique_ptr<DigestEngine> inner = makeDigestEngine(hashId);
   std::unique_ptr<DigestEngine> outer = makeDigestEngine(hashId);
   if (!inner || !outer) return false;

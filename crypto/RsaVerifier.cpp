@@ -138,6 +138,7 @@ bool RsaVerifier::verifyHashExt(const void* sig, size_t sigLen, const void* hash
   const unsigned char* sigBytes = static_cast<const unsigned char*>(sig);
   fullSig.insert(fullSig.end(), sigBytes, sigBytes + sigLen);
   const uint8_t* hashBytes = static_cast<const uint8_t*>(hash);
-  if (padding == kPkcs1v15) return verifyPkcs1(pkey, fullSig, hashId, hashBytes, hashLen, lenientDigestInfo, valid, log);
+  if (padding == kPkcs1v15)
+    return verifyPkcs1(pkey, fullSig, hashId, hashBytes, hashLen, lenientDigestInfo, valid, log);
   return verifyPss(pkey, fullSig, hashId, mgfHashId ? mgfHashId : hashId, pssSaltLen, hashBytes, hashLen, valid, log);
 }

@@ -31,8 +31,8 @@ Outcome tryKey(const _btPublicKey& key, const Method& method, const Input& in) {
     case KeyKind::Dsa: {
       const DsaKeyData* dsa = key.getDsaKey();
       if (!dsa) return Outcome::OtherKind;
-      const bool ran =
-          DsaVerifier::verifyHash(*dsa, in.signature, in.signatureLen, true, in.hash, in.hashLen, valid, quiet);
+      const bool ran = DsaVerifier::verifyHash(*dsa, in.signature, in.signatureLen, true, in.hash, in.hashLen, valid,
+                                               quiet);
       return outcome(ran, valid);
     }
     case KeyKind::Ecdsa: {
@@ -89,21 +89,13 @@ int findVerifyingKey(const ExtPtrArrayRc& keys, const Method& method, const Inpu
         log.LogInfo(validMessage(method.kind));
         log.LogDataLong("verifyingKeyIndex", i);
         return i;
-      case Outcome::Invalid:
-        ++tried;
-        break;
-      case Outcome::DoesNotFit:
-        log.LogInfo("Not the correct key.");
-        break;
-      case Outcome::OtherKind:
-        log.LogDataStr("candidateOfOtherKeyType", key->getPubKey().keyTypeName());
-        break;
+      case Outcome::Invalid: ++tried; break;
+      case Outcome::DoesNotFit: log.LogInfo("Not the correct key."); break;
+      case Outcome::OtherKind: log.LogDataStr("candidateOfOtherKeyType", key->getPubKey().keyTypeName()); break;
     }
   }
-  if (tried > 0)
-    log.LogError(invalidMessage(method.kind));
-  else
-    log.LogError("No candidate key fits the signature method.");
+  if (tried > 0) log.LogError(invalidMessage(method.kind));
+  else log.LogError("No candidate key fits the signature method.");
   return -1;
 }
 

@@ -124,8 +124,7 @@ CertRecord* SystemCerts::findByCertDigest(int hashId, const DataBuffer& digest) 
   for (const CertCollection* c : collections()) c->all(records);
   DataBuffer computed;
   for (CertRecord* r : records)
-    if (_btHash::doHash(r->der().getData2(), r->der().getSize(), hashId, computed) && computed.equals(digest))
-      return r;
+    if (_btHash::doHash(r->der().getData2(), r->der().getSize(), hashId, computed) && computed.equals(digest)) return r;
   return nullptr;
 }
 

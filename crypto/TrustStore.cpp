@@ -20,7 +20,7 @@ struct StoreCtxFree {
   void operator()(X509_STORE_CTX* c) const { X509_STORE_CTX_free(c); }
 };
 struct StackFree {
-  void operator()(STACK_OF(X509)* s) const { sk_X509_free(s); }  // the certificates are borrowed
+  void operator()(STACK_OF(X509) * s) const { sk_X509_free(s); }  // the certificates are borrowed
 };
 
 // The DER bodies of a file: its PEM blocks with one of the labels, or the whole file.
@@ -77,14 +77,10 @@ std::string errorText(int error, X509_STORE_CTX* ctx) {
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
     case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
       return "the signer certificate does not chain to a trust anchor" + who;
-    case X509_V_ERR_CERT_HAS_EXPIRED:
-      return "certificate expired at the validation time" + who;
-    case X509_V_ERR_CERT_NOT_YET_VALID:
-      return "certificate not yet valid at the validation time" + who;
-    case X509_V_ERR_CERT_REVOKED:
-      return "certificate revoked" + who;
-    default:
-      return std::string(X509_verify_cert_error_string(error)) + who;
+    case X509_V_ERR_CERT_HAS_EXPIRED: return "certificate expired at the validation time" + who;
+    case X509_V_ERR_CERT_NOT_YET_VALID: return "certificate not yet valid at the validation time" + who;
+    case X509_V_ERR_CERT_REVOKED: return "certificate revoked" + who;
+    default: return std::string(X509_verify_cert_error_string(error)) + who;
   }
 }
 
@@ -138,8 +134,7 @@ void TrustStore::clear() {
   m_material->crls.clear();
 }
 
-TrustStore::Verdict TrustStore::verify(X509* signer, const std::vector<X509*>& intermediates,
-                                       long long atTime) const {
+TrustStore::Verdict TrustStore::verify(X509* signer, const std::vector<X509*>& intermediates, long long atTime) const {
   Verdict v;
   std::unique_ptr<X509_STORE, StoreFree> store(X509_STORE_new());
   std::unique_ptr<X509_STORE_CTX, StoreCtxFree> ctx(X509_STORE_CTX_new());

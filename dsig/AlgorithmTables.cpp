@@ -65,17 +65,15 @@ constexpr SignatureMethod kSignatureMethods[] = {
 };
 
 constexpr DigestMethod kDigestMethods[] = {
-    {"http://www.w3.org/2000/09/xmldsig#sha1", 1},        {"http://www.w3.org/2001/04/xmlenc#sha256", 7},
-    {"http://www.w3.org/2001/04/xmldsig-more#sha384", 2}, {"http://www.w3.org/2001/04/xmlenc#sha512", 3},
-    {"http://www.w3.org/2001/04/xmldsig-more#md5", 5},    {"http://www.w3.org/2001/04/xmlenc#ripemd160", 10},
+    {"http://www.w3.org/2000/09/xmldsig#sha1", 1},           {"http://www.w3.org/2001/04/xmlenc#sha256", 7},
+    {"http://www.w3.org/2001/04/xmldsig-more#sha384", 2},    {"http://www.w3.org/2001/04/xmlenc#sha512", 3},
+    {"http://www.w3.org/2001/04/xmldsig-more#md5", 5},       {"http://www.w3.org/2001/04/xmlenc#ripemd160", 10},
     {"http://www.w3.org/2001/04/xmldsig-more#sha256", 7},  // variant
     {"http://www.w3.org/2000/09/xmldsig#sha256", 7},       // variant
     {"http://www.w3.org/2001/04/xmlenc#sha384", 2},        // variant
     {"http://www.w3.org/2001/04/xmldsig-more#sha512", 3},  // variant
-    {"http://www.w3.org/2001/04/xmldsig-more#sha224", 11},
-    {"http://www.w3.org/2007/05/xmldsig-more#sha3-224", 12},
-    {"http://www.w3.org/2007/05/xmldsig-more#sha3-256", 13},
-    {"http://www.w3.org/2007/05/xmldsig-more#sha3-384", 14},
+    {"http://www.w3.org/2001/04/xmldsig-more#sha224", 11},   {"http://www.w3.org/2007/05/xmldsig-more#sha3-224", 12},
+    {"http://www.w3.org/2007/05/xmldsig-more#sha3-256", 13}, {"http://www.w3.org/2007/05/xmldsig-more#sha3-384", 14},
     {"http://www.w3.org/2007/05/xmldsig-more#sha3-512", 15},
 };
 

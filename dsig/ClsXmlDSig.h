@@ -88,8 +88,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool VerifySignature(bool verifyReferenceDigests);
   bool VerifyReferenceDigest(int index);
   bool CanonicalizeXml(XString& xml, XString& version, bool withComments, XString& outXml);
-  bool CanonicalizeFragment(XString& xml, XString& fragmentId, XString& version, XString& prefixList,
-                            bool withComments, XString& outXml);
+  bool CanonicalizeFragment(XString& xml, XString& fragmentId, XString& version, XString& prefixList, bool withComments,
+                            XString& outXml);
   bool AddEncapsulatedTimeStamp(ClsJsonObject& options, ClsStringBuilder& sbOut);
   bool HasEncapsulatedTimeStamp();
   // The time-stamp of the selected signature as it reads, verified or not: the time it
@@ -128,7 +128,7 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool get_KeepDigestedBytes() const;
   void put_KeepDigestedBytes(bool keep);
   bool GetDigestedBytes(int index, ClsBinData& out);  // false when not kept / not digested
-  bool GetCanonicalSignedInfo(ClsBinData& out);      // false when not kept
+  bool GetCanonicalSignedInfo(ClsBinData& out);       // false when not kept
   // Why the last VerifySignature failed, as one word ("" when it passed): structure,
   // no-such-reference, ambiguous-id, digest-mismatch, external-data-missing,
   // unsupported-algorithm, canonicalization-failed, limit-exceeded, no-key, wrong-key,
@@ -192,15 +192,14 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool selectedSignatureId(StringBuffer& out, LogBase& log);
   ClsXml* getReference(int index, LogBase& log);  // new handle or null
   int numReferences(ClsXml* signature, LogBase& log);
-  ClsXml* selectedSignature() const;              // borrowed, or null
+  ClsXml* selectedSignature() const;  // borrowed, or null
 
   // ---- SignedInfo and signature fields ----
   bool getCanonicalizationMethod(StringBuffer& algorithm, StringBuffer& prefixList, LogBase& log);
   bool getSignatureMethod(StringBuffer& out, LogBase& log);
   bool getSignedInfoField(const char* childName, const char* attrName, StringBuffer& out, LogBase& log);
   bool getSignatureValue(StringBuffer& out, LogBase& log);
-  static bool captureUniqueTagContent(const char* tagStart, const StringBuffer& xml, StringBuffer& out,
-                                      LogBase& log);
+  static bool captureUniqueTagContent(const char* tagStart, const StringBuffer& xml, StringBuffer& out, LogBase& log);
   static bool captureUniqueAttrContent(const char* tagStart, const char* attrName, const StringBuffer& xml,
                                        StringBuffer& out, LogBase& log);
 
@@ -250,8 +249,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool verifyReferenceDigest(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
   // The attempts at one reference: again with the attribute-sorting emulation switched
   // when the digest did not match; `result` is the last attempt's.
-  bool verifyReferenceDigestRetrying(int index, ReferenceResult& result, bool& externalDataMissing,
-                                     ExtPtrArraySb& dirs, LogBase& log);
+  bool verifyReferenceDigestRetrying(int index, ReferenceResult& result, bool& externalDataMissing, ExtPtrArraySb& dirs,
+                                     LogBase& log);
   // One attempt at reference `index`, its result left in `result`.
   bool referenceAttempt(int index, ReferenceResult& result, bool& externalDataMissing, ExtPtrArraySb& dirs,
                         LogBase& log);
@@ -266,8 +265,7 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
     bool myInvoisDocument = false;  // the MyInvois document reference
   };
   // The chain of a reference without a Transforms element.
-  bool impliedChain(const StringBuffer& uri, ReferencePipeline& pipe, StringBuffer& data, bool streams,
-                    LogBase& log);
+  bool impliedChain(const StringBuffer& uri, ReferencePipeline& pipe, StringBuffer& data, bool streams, LogBase& log);
   // The declared chain, in document order (the enveloped signature of a whole-document
   // reference always cut, and an inclusive canonicalization implied when none is declared).
   bool declaredChain(const StringBuffer& uri, ReferencePipeline& pipe, StringBuffer& data, bool streams,
@@ -285,8 +283,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   void recordXPathRemovals(const StringBuffer& xpath, bool filter2, Coverage& coverage);
   // Notes the element of the loaded tree that starts at `start` as removed by `by`.
   void recordRemovedElement(size_t start, const char* by, Coverage& coverage);
-  bool verifyExternalReference(int index, const StringBuffer& uri, ReferencePipeline& pipe,
-                               bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
+  bool verifyExternalReference(int index, const StringBuffer& uri, ReferencePipeline& pipe, bool& externalDataMissing,
+                               ExtPtrArraySb& dirs, LogBase& log);
   // Compares a same-document reference's computed digest with its stored value, through
   // the fallbacks for signers that store it in other forms; sets m_refFailReason.
   // transformedHasSignedProperties: the data that was digested contains "SignedProperties".
@@ -296,8 +294,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // document in place while it still is the document, less its cut-out span) and leaves the
   // result in data, or only feeds it to the pipeline's streamed digest with toDigest (the
   // final step).
-  bool canonicalizeStep(ClsXml* transform, StringBuffer& data, const StringBuffer& algorithm,
-                        const StringBuffer& uri, ReferencePipeline& pipe, bool toDigest, LogBase& log);
+  bool canonicalizeStep(ClsXml* transform, StringBuffer& data, const StringBuffer& algorithm, const StringBuffer& uri,
+                        ReferencePipeline& pipe, bool toDigest, LogBase& log);
   // Runs a reference's transforms on the node-set of data (the document text) and leaves
   // the canonical octets in data. For chains with a general XPath expression, which
   // selects nodes rather than cutting text (see needsNodeSet).
@@ -318,8 +316,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // `bytes` more; logs the failure.
   bool chargeCanonicalBytes(size_t bytes, LogBase& log);
   bool canonicalizeXml(XString& xml, XString& version, bool withComments, XString& outXml, LogBase& log);
-  bool canonicalizeFragment(XString& xml, XString& fragmentId, XString& version, XString& prefixList,
-                            bool withComments, XString& outXml, LogBase& log);
+  bool canonicalizeFragment(XString& xml, XString& fragmentId, XString& version, XString& prefixList, bool withComments,
+                            XString& outXml, LogBase& log);
 
   // ---- keys and certificates ----
   ClsXml* getKeyInfo(LogBase& log);
@@ -328,8 +326,7 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // The caller's named keys (AddNamedPublicKey) that a KeyName of the KeyInfo names.
   void appendNamedKeys(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log);
   ClsPublicKey* getPublicKeyByIssuerNameAndSerial(const char* issuerCN, const char* serialHex, LogBase& log);
-  bool getCertByIssuerNameAndSerial(const char* issuerCN, const char* serialHex, StringBuffer& out,
-                                    LogBase& log);
+  bool getCertByIssuerNameAndSerial(const char* issuerCN, const char* serialHex, StringBuffer& out, LogBase& log);
   ClsPublicKey* getPublicKeyBySubjectName(const char* dn, LogBase& log);
   bool getCertBySubjectName(const char* dn, StringBuffer& out, LogBase& log);
   ClsPublicKey* getPublicKeyBySKI(const char* ski, LogBase& log);
@@ -361,15 +358,15 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   bool m_withComments = false;
   bool m_ignoreExternalRefs = false;
   int32_t m_refFailReason = 0;
-  StringBuffer m_xmlSb;              // UTF-8 text of the loaded document, exactly as loaded
-  ClsXml* m_xmlRoot = nullptr;       // one reference held
+  StringBuffer m_xmlSb;         // UTF-8 text of the loaded document, exactly as loaded
+  ClsXml* m_xmlRoot = nullptr;  // one reference held
   XString m_externalRefDirs;
-  ExtPtrArrayRc m_signatures;        // every Signature element, document order
-  ExtPtrArrayRc m_publicKeys;        // caller keys by signature index (SetPublicKey)
+  ExtPtrArrayRc m_signatures;           // every Signature element, document order
+  ExtPtrArrayRc m_publicKeys;           // caller keys by signature index (SetPublicKey)
   std::vector<std::string> m_keyNames;  // names of m_namedKeys, same order (AddNamedPublicKey)
   ExtPtrArrayRc m_namedKeys;
-  ExtPtrArray m_refExternalData;     // DSigExternalData by signature index
-  bool m_constructed = true;         // set at construction; read by nothing
+  ExtPtrArray m_refExternalData;  // DSigExternalData by signature index
+  bool m_constructed = true;      // set at construction; read by nothing
   DataBuffer m_hmacKey;
   int32_t m_selector = 0;
   int32_t m_maxReferences = 100000;

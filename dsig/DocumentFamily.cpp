@@ -65,8 +65,8 @@ constexpr char kAnchorPairs[][2] = {{'.', 'c'}, {'.', 'p'}, {'.', 'i'}, {'.', 'm
 inline __m128i anchorPairLanes(__m128i here, __m128i next) {
   const auto is = [](__m128i v, char c) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(c)); };
   const auto either = [](__m128i a, __m128i b) { return _mm_or_si128(a, b); };
-  const __m128i dot = _mm_and_si128(is(here, '.'), either(either(is(next, 'c'), is(next, 'p')),
-                                                          either(is(next, 'i'), is(next, 'm'))));
+  const __m128i dot = _mm_and_si128(is(here, '.'),
+                                    either(either(is(next, 'c'), is(next, 'p')), either(is(next, 'i'), is(next, 'm'))));
   const __m128i colon = _mm_and_si128(is(here, 'n'), is(next, ':'));
   const __m128i tag = _mm_and_si128(is(here, '<'), either(is(next, 'd'), is(next, 'S')));
   const __m128i dash = _mm_and_si128(is(here, 'K'), is(next, '-'));

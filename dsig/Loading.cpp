@@ -109,9 +109,7 @@ bool ClsXmlDSig::loadSignatureOwned(std::string& bytes) {
 
 // ---- selection ----
 
-ClsXml* ClsXmlDSig::selectedSignature() const {
-  return static_cast<ClsXml*>(m_signatures.elementAt(m_selector));
-}
+ClsXml* ClsXmlDSig::selectedSignature() const { return static_cast<ClsXml*>(m_signatures.elementAt(m_selector)); }
 
 bool ClsXmlDSig::selectBySignatureId(const StringBuffer& id, LogBase& log) {
   LogContextExitor ctx(log, "selectBySignatureId");

@@ -12,8 +12,8 @@
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 #include "support/xml/XmlScanner.h"
-#include "xml/XmlSigLocate.h"
 #include "support/xml/XmlTree.h"
+#include "xml/XmlSigLocate.h"
 
 namespace {
 
@@ -128,8 +128,8 @@ bool ClsXmlDSig::resolveIdTarget(const StringBuffer& id, uint32_t& nodeIndex, Lo
     log.LogError(("No element is identified by \"" + std::string(id.view()) + "\".").c_str());
     m_refFailReason = 5;
   } else {
-    log.LogError(("ambiguous Id: \"" + std::string(id.view()) + "\" identifies " +
-                  std::to_string(carriers.size()) + " elements.")
+    log.LogError(("ambiguous Id: \"" + std::string(id.view()) + "\" identifies " + std::to_string(carriers.size()) +
+                  " elements.")
                      .c_str());
     m_refFailReason = kRefFailAmbiguousId;
   }
@@ -225,8 +225,8 @@ bool ClsXmlDSig::chargeCanonicalBytes(size_t bytes, LogBase& log) {
   return false;
 }
 
-bool ClsXmlDSig::cutSpansFromTransformedText(StringBuffer& xml, const std::vector<TextSpan>& spans,
-                                             DSigReference& ref, LogBase& log) {
+bool ClsXmlDSig::cutSpansFromTransformedText(StringBuffer& xml, const std::vector<TextSpan>& spans, DSigReference& ref,
+                                             LogBase& log) {
   if (spans.empty()) return false;
   StringBuffer sigId;
   if (ClsXml* sig = selectedSignature()) sig->getAttrValue("Id", sigId);

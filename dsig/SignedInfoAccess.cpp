@@ -40,8 +40,7 @@ bool ClsXmlDSig::getSignatureMethod(StringBuffer& out, LogBase& log) {
   return getSignedInfoField("SignatureMethod", "Algorithm", out, log);
 }
 
-bool ClsXmlDSig::getSignedInfoField(const char* childName, const char* attrName, StringBuffer& out,
-                                    LogBase& log) {
+bool ClsXmlDSig::getSignedInfoField(const char* childName, const char* attrName, StringBuffer& out, LogBase& log) {
   LogContextExitor ctx(log, "getSignedInfoField");
   out.clear();
   ClsXml* sig = selectedSignature();
@@ -60,10 +59,8 @@ bool ClsXmlDSig::getSignedInfoField(const char* childName, const char* attrName,
     return false;
   }
   // An absent attribute leaves out empty and still counts as found.
-  if (attrName)
-    child->getAttrValue(attrName, out);
-  else
-    child->getContentSb(out);
+  if (attrName) child->getAttrValue(attrName, out);
+  else child->getContentSb(out);
   return true;
 }
 
@@ -87,8 +84,7 @@ bool ClsXmlDSig::getSignatureValue(StringBuffer& out, LogBase& log) {
   return !out.isEmpty();
 }
 
-bool ClsXmlDSig::captureUniqueTagContent(const char* tagStart, const StringBuffer& xml, StringBuffer& out,
-                                         LogBase&) {
+bool ClsXmlDSig::captureUniqueTagContent(const char* tagStart, const StringBuffer& xml, StringBuffer& out, LogBase&) {
   out.clear();
   if (!tagStart || !*tagStart) return false;
   const size_t tagPos = xml.find(tagStart);

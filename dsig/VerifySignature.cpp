@@ -7,21 +7,21 @@
 #include <string>
 #include <vector>
 
-#include "crypto/Hmac.h"
+#include "crypto/ClsPublicKey.h"
 #include "crypto/DsaVerifier.h"
 #include "crypto/EccKey.h"
+#include "crypto/Hmac.h"
 #include "crypto/KeyData.h"
 #include "crypto/RsaVerifier.h"
 #include "crypto/SignatureCheck.h"
-#include "crypto/_btPublicKey.h"
 #include "crypto/_btHash.h"
-#include "crypto/ClsPublicKey.h"
+#include "crypto/_btPublicKey.h"
 #include "dsig/AlgorithmTables.h"
 #include "dsig/ClsXmlDSig.h"
-#include "dsig/family/FamilyCuts.h"
-#include "dsig/keys/SignerState.h"
 #include "dsig/DocumentFamilyMarkers.h"
 #include "dsig/RsaPssParams.h"
+#include "dsig/family/FamilyCuts.h"
+#include "dsig/keys/SignerState.h"
 #include "dsig/reference/DSigReference.h"
 #include "dsig/reference/ReferenceResult.h"
 #include "dsig/transform/TransformAlgorithms.h"
@@ -29,9 +29,9 @@
 #include "support/ContentCoding.h"
 #include "support/ExtPtrArray.h"
 #include "support/LogBase.h"
+#include "support/xml/XmlTree.h"
 #include "xml/XmlCanon.h"
 #include "xml/XmlSigLocate.h"
-#include "support/xml/XmlTree.h"
 
 namespace {
 
@@ -70,9 +70,10 @@ void ClsXmlDSig::noteKeyFailure(bool hmac, int keysTried) {
   } else if (hmac) {
     noteFailure("wrong-key", "wrong key: the HMAC secret given does not verify the signature value");
   } else {
-    noteFailure("wrong-key", "wrong key: the signature value does not verify with " +
-                                 (keysTried == 1 ? std::string("the key") : "any of the " + std::to_string(keysTried) + " keys") +
-                                 " tried (or SignedInfo was changed)");
+    noteFailure("wrong-key",
+                "wrong key: the signature value does not verify with " +
+                    (keysTried == 1 ? std::string("the key") : "any of the " + std::to_string(keysTried) + " keys") +
+                    " tried (or SignedInfo was changed)");
   }
 }
 
@@ -263,8 +264,8 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
 
   // The bytes the signature covers.
   StringBuffer canonSignedInfo;
-  const bool siiCase = signedBytes == dsig_family::SignedBytes::SignedInfoInSiiDte && !m_siiDteXml.isEmpty() && m_siiDteOffset != 0 &&
-                       static_cast<size_t>(m_siiDteOffset) < signedInfoStart;
+  const bool siiCase = signedBytes == dsig_family::SignedBytes::SignedInfoInSiiDte && !m_siiDteXml.isEmpty() &&
+                       m_siiDteOffset != 0 && static_cast<size_t>(m_siiDteOffset) < signedInfoStart;
   if (siiCase) {
     const size_t offset = signedInfoStart - static_cast<size_t>(m_siiDteOffset);
     if (!canon.xmlCanonicalize(m_siiDteXml, nullptr, offset, canonSignedInfo, log)) {
@@ -415,8 +416,8 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     }
   } else {
     DataBuffer mac;
-    if (!Hmac::doHMAC(canonSignedInfo.getString(), canonSignedInfo.getSize(), m_hmacKey.getData2(),
-                      m_hmacKey.getSize(), hashId, mac, log)) {
+    if (!Hmac::doHMAC(canonSignedInfo.getString(), canonSignedInfo.getSize(), m_hmacKey.getData2(), m_hmacKey.getSize(),
+                      hashId, mac, log)) {
       log.LogError("HMAC verify failed.");
       valid = false;
     } else {

@@ -41,13 +41,13 @@ class _clsXmlDSigBase : public ClsBase, public _clsCades {
   // been cut out of it (the span holds whole elements), and writing to out, or piece by
   // piece to sink when one is given. A startOffset above 0 selects the element that starts
   // there instead of the one fragmentId names.
-  bool canonicalizeTransformInput(ClsXml* transform, const StringBuffer& input, size_t cutStart,
-                                  size_t cutLength, const StringBuffer& algorithm, const StringBuffer& fragmentId,
-                                  StringBuffer& out, const std::function<void(std::string_view)>& sink,
-                                  LogBase& log, size_t startOffset = 0);
+  bool canonicalizeTransformInput(ClsXml* transform, const StringBuffer& input, size_t cutStart, size_t cutLength,
+                                  const StringBuffer& algorithm, const StringBuffer& fragmentId, StringBuffer& out,
+                                  const std::function<void(std::string_view)>& sink, LogBase& log,
+                                  size_t startOffset = 0);
   // XPath / XPath Filter 2.0 transform by recognised expression patterns (in place).
-  bool transformXPath(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm,
-                      const StringBuffer& xpath, LogBase& log);
+  bool transformXPath(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm, const StringBuffer& xpath,
+                      LogBase& log);
   // Whether the expression is one transformXPath applies as a cut of the text (signature
   // exclusions and the document conventions); any other is evaluated on the node-set.
   static bool isTextXPathPattern(ClsXml* transform, const StringBuffer& algorithm, const StringBuffer& xpath);
@@ -55,19 +55,18 @@ class _clsXmlDSigBase : public ClsBase, public _clsCades {
   static bool needsNodeSet(ClsXml* transforms);
 
   // Family adjustments on document text.
-  bool preprocessXmlToTransform(const StringBuffer& fragmentId, DSigReference& ref, StringBuffer& xml,
-                                LogBase& log);
+  bool preprocessXmlToTransform(const StringBuffer& fragmentId, DSigReference& ref, StringBuffer& xml, LogBase& log);
   bool postProcessTransformedXml(StringBuffer& unused, DSigReference& ref, StringBuffer& xml, LogBase& log);
   void extract_sii_cl_dte(StringBuffer& xml, const char* id, bool keepCopy, LogBase& log);
   bool removeXmlChunk(const char* startTag, const char* endTag, StringBuffer& xml, LogBase& log);
-  bool removeXmlChunkContaining(const char* startTag, const char* endTag, const char* mustContain,
-                                StringBuffer& xml, LogBase& log);
+  bool removeXmlChunkContaining(const char* startTag, const char* endTag, const char* mustContain, StringBuffer& xml,
+                                LogBase& log);
   bool zatcaTransformInvoice(StringBuffer& xml, LogBase& log);
 
   // Document-family fields, in declaration order.
   int32_t m_specialDocKind = 0;  // 3 = Peruvian SUNAT UBL document
   bool m_isSiiCl = false;
-  int32_t m_siiDteOffset = 0;    // offset of the extracted "<DTE " in the text it was cut from
+  int32_t m_siiDteOffset = 0;  // offset of the extracted "<DTE " in the text it was cut from
   StringBuffer m_siiDteXml;
   bool m_isDoda = false;
   bool m_isCsioz = false;

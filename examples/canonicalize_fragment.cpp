@@ -32,7 +32,7 @@ int main(int argc, char** argv) {
   XString xml(text.str().c_str());
   XString id(argv[2]);
   XString prefixes(argc == 4 ? argv[3] : "");
-  XString inclusive("c14n");         // any value but "excl_c14n" selects Canonical XML 1.0
+  XString inclusive("c14n");  // any value but "excl_c14n" selects Canonical XML 1.0
   XString exclusive("excl_c14n");
   const bool withComments = false;  // as a reference "#ID" sees the element
 

@@ -84,8 +84,9 @@ int main(int argc, char** argv) {
   }
   XString subject;
   dsig->get_SignerSubject(subject);
-  std::printf("%s: NOT TRUSTED: the signature is intact, but the key that made it (%s%s%s) is in none of the "
-              "trusted files\n",
-              path, source.getUtf8(), subject.isEmpty() ? "" : ", ", subject.getUtf8());
+  std::printf(
+      "%s: NOT TRUSTED: the signature is intact, but the key that made it (%s%s%s) is in none of the "
+      "trusted files\n",
+      path, source.getUtf8(), subject.isEmpty() ? "" : ", ", subject.getUtf8());
   return 1;
 }

@@ -23,8 +23,7 @@ inline int run(const uint8_t* data, size_t size) {
   StringBuffer hex;
   ContentCoding::encodeHex(data, size, true, hex);
   DataBuffer backHex;
-  fuzzsupport::check(ContentCoding::decodeHexToDb(hex.getString(), hex.getSize(), backHex), name,
-                     "own hex rejected");
+  fuzzsupport::check(ContentCoding::decodeHexToDb(hex.getString(), hex.getSize(), backHex), name, "own hex rejected");
   fuzzsupport::check(backHex.view() == std::string_view(text, size), name, "hex round trip changed bytes");
 
   // The input as base64: whatever decodes must survive encoding and decoding again.

@@ -9,8 +9,8 @@
 #include "fuzz/FuzzTarget.h"
 #include "support/LogBase.h"
 #include "support/StringBuffer.h"
-#include "xml/XmlCanon.h"
 #include "support/xml/XmlTree.h"
+#include "xml/XmlCanon.h"
 
 namespace fuzz_xmlcanon {
 
@@ -61,8 +61,7 @@ inline void checkCutSpan(const std::string& text, unsigned h) {
   configure(expected, h >> 4);
   StringBuffer want;
   LogNull log;
-  if (!expected.xmlCanonicalize(StringBuffer(text.substr(0, start) + text.substr(end)), nullptr, 0, want, log))
-    return;
+  if (!expected.xmlCanonicalize(StringBuffer(text.substr(0, start) + text.substr(end)), nullptr, 0, want, log)) return;
 
   XmlCanon cut;
   configure(cut, h >> 4);

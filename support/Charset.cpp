@@ -40,10 +40,10 @@ std::string upperTrimmed(std::string_view name) {
 
 // Unicode code points of the Windows-1252 bytes 0x80..0x9F. The five bytes the code page
 // leaves undefined map to the C1 control of the same value, as browsers do.
-constexpr uint16_t kCp1252High[32] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+constexpr uint16_t kCp1252High[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                      0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                      0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                      0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
 void appendUtf8(uint32_t cp, std::string& out) {
   if (cp < 0x80) {
@@ -95,11 +95,10 @@ std::string iconvCharsetName(std::string_view name) {
   // Names in common use that iconv spells differently or reads differently. A bare
   // "UTF-16"/"Unicode" is little-endian without a byte-order mark, as most callers mean it.
   static const Alias kAliases[] = {
-      {"UTF8", "UTF-8"},          {"UTF-16", "UTF-16LE"},      {"UNICODE", "UTF-16LE"},
-      {"UTF16", "UTF-16LE"},      {"UTF-16LE", "UTF-16LE"},    {"UTF-16BE", "UTF-16BE"},
-      {"UNICODEFFFE", "UTF-16BE"}, {"LATIN1", "ISO-8859-1"},   {"LATIN-1", "ISO-8859-1"},
-      {"ANSI", "WINDOWS-1252"},   {"CP-1252", "WINDOWS-1252"}, {"ASCII", "US-ASCII"},
-      {"UTF-32", "UTF-32LE"},     {"UTF32", "UTF-32LE"},
+      {"UTF8", "UTF-8"},         {"UTF-16", "UTF-16LE"},   {"UNICODE", "UTF-16LE"},     {"UTF16", "UTF-16LE"},
+      {"UTF-16LE", "UTF-16LE"},  {"UTF-16BE", "UTF-16BE"}, {"UNICODEFFFE", "UTF-16BE"}, {"LATIN1", "ISO-8859-1"},
+      {"LATIN-1", "ISO-8859-1"}, {"ANSI", "WINDOWS-1252"}, {"CP-1252", "WINDOWS-1252"}, {"ASCII", "US-ASCII"},
+      {"UTF-32", "UTF-32LE"},    {"UTF32", "UTF-32LE"},
   };
   for (const Alias& a : kAliases)
     if (n == a.alias) return a.iconvName;

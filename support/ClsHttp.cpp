@@ -59,7 +59,7 @@ bool ClsHttp::postBinary(const char* url, const DataBuffer& body, const char* co
   }
   std::string header = std::string("Content-Type: ") + (contentType ? contentType : "application/octet-stream");
   std::unique_ptr<curl_slist, CurlListDeleter> headers(lib->slist_append(nullptr, header.c_str()),
-                                                           CurlListDeleter{lib});
+                                                       CurlListDeleter{lib});
   char errorBuffer[CURL_ERROR_SIZE] = {0};
 
   CURL* h = curl.get();

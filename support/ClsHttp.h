@@ -19,7 +19,7 @@ class ClsHttp : public RefCountedObject {
   int connectTimeoutSeconds = 10;
   int readTimeoutSeconds = 30;
   bool verifyTls = true;
-  std::string login;     // basic authentication, when not empty
+  std::string login;  // basic authentication, when not empty
   std::string password;
 
   // POSTs body with the given content type. True when the exchange completed with HTTP 200;

@@ -196,8 +196,7 @@ bool ClsXml::loadXml(const StringBuffer& text, bool /*flag*/, LogBase& log) {
 }
 
 bool ClsXml::loadXmlShared(std::shared_ptr<const std::string> text, LogBase& log) {
-  return load([&text](XmlTree& tree, std::string& error) { return tree.parseShared(std::move(text), error); },
-              log);
+  return load([&text](XmlTree& tree, std::string& error) { return tree.parseShared(std::move(text), error); }, log);
 }
 
 bool ClsXml::loadXmlBorrowed(const StringBuffer& text, LogBase& log) {
@@ -236,10 +235,8 @@ bool ClsXml::findSignatures(ExtPtrArrayRc& out, LogBase& /*log*/) {
     for (uint32_t i = begin; i < m_node->subtreeEnd; ++i) {
       const XmlNode& node = *m_tree->nodeAt(i);
       uint32_t candidate = xml::kNoIndex;
-      if (kSignature.matches(*m_tree, node))
-        candidate = i;
-      else if (kSignedInfo.matches(*m_tree, node) || kSignatureValue.matches(*m_tree, node))
-        candidate = node.parent;
+      if (kSignature.matches(*m_tree, node)) candidate = i;
+      else if (kSignedInfo.matches(*m_tree, node) || kSignatureValue.matches(*m_tree, node)) candidate = node.parent;
       if (candidate == xml::kNoIndex || candidate < begin) continue;
       if (isSignatureElement(*m_tree, *m_tree->nodeAt(candidate))) found.push_back(candidate);
     }

@@ -95,8 +95,7 @@ class ClsXml : public RefCountedObject {
   // As searchForTag, for the next element that matches any one of the tag patterns, so
   // that one walk serves several names.
   ClsXml* searchForAnyTag(ClsXml* after, std::initializer_list<const char*> tags);
-  ClsXml* searchForAttribute(ClsXml* after, const char* tag, const char* attr, bool flag,
-                             const char* valuePattern);
+  ClsXml* searchForAttribute(ClsXml* after, const char* tag, const char* attr, bool flag, const char* valuePattern);
 
   // Byte span of this element in the text it was parsed from ([start, end)).
   size_t sourceStart() const;
@@ -123,8 +122,7 @@ class ClsXml : public RefCountedObject {
   // The node index range [begin, end) of this element's subtree, or of what follows
   // `after` in it; false when there is nothing to walk.
   bool searchRange(const ClsXml* after, uint32_t& begin, uint32_t& end) const;
-  xml::XmlNode* searchFrom(const ClsXml* after, std::string_view tag, const char* attr,
-                           const char* valuePattern) const;
+  xml::XmlNode* searchFrom(const ClsXml* after, std::string_view tag, const char* attr, const char* valuePattern) const;
   std::shared_ptr<xml::XmlTree> m_tree;
   xml::XmlNode* m_node = nullptr;
   int m_i = 0;

@@ -19,17 +19,13 @@ std::string_view orEmpty(const char* text) { return text ? std::string_view(text
 
 // ---------------------------------------------------------------- LogBase helpers
 
-void LogBase::LogDataSb(const char* key, const StringBuffer& value) {
-  logValue(key, LogValueType::Text, value.view());
-}
+void LogBase::LogDataSb(const char* key, const StringBuffer& value) { logValue(key, LogValueType::Text, value.view()); }
 
 void LogBase::LogDataX(const char* key, const XString& value) {
   logValue(key, LogValueType::Text, value.getUtf8Sb().view());
 }
 
-void LogBase::LogDataStr(const char* key, const char* value) {
-  logValue(key, LogValueType::Text, orEmpty(value));
-}
+void LogBase::LogDataStr(const char* key, const char* value) { logValue(key, LogValueType::Text, orEmpty(value)); }
 
 void LogBase::LogDataLong(const char* key, long long value) {
   const std::string text = std::to_string(value);
@@ -55,9 +51,7 @@ void LogBase::LogBracketed(const char* key, const StringBuffer& value) {
   logValue(key, LogValueType::Bracketed, value.view());
 }
 
-void LogBase::LogBracketed(const char* key, std::string_view value) {
-  logValue(key, LogValueType::Bracketed, value);
-}
+void LogBase::LogBracketed(const char* key, std::string_view value) { logValue(key, LogValueType::Bracketed, value); }
 
 // ---------------------------------------------------------------- _btLogger: recording
 //
@@ -79,8 +73,7 @@ void _btLogger::clear() {
   m_lostContexts = 0;
 }
 
-void _btLogger::addEntry(LogEntry::Kind kind, std::string_view key, std::string_view text,
-                         LogValueType type, int tag) {
+void _btLogger::addEntry(LogEntry::Kind kind, std::string_view key, std::string_view text, LogValueType type, int tag) {
   try {
     LogEntry e;
     e.kind = kind;
@@ -97,9 +90,7 @@ void _btLogger::LogError(const char* text) {
   addEntry(LogEntry::Kind::Error, {}, orEmpty(text), LogValueType::Text, 0);
 }
 
-void _btLogger::LogInfo(const char* text) {
-  addEntry(LogEntry::Kind::Info, {}, orEmpty(text), LogValueType::Text, 0);
-}
+void _btLogger::LogInfo(const char* text) { addEntry(LogEntry::Kind::Info, {}, orEmpty(text), LogValueType::Text, 0); }
 
 void _btLogger::LogInfo_n(const char* text, int n) {
   addEntry(LogEntry::Kind::Info, {}, orEmpty(text), LogValueType::Text, n);
@@ -171,9 +162,7 @@ void renderEntries(const std::vector<LogEntry>& entries, int depth, std::string&
         break;
       case LogEntry::Kind::Error:
       case LogEntry::Kind::Info:
-      case LogEntry::Kind::Result:
-        out += e.text;
-        break;
+      case LogEntry::Kind::Result: out += e.text; break;
     }
     out += '\n';
   }
@@ -198,8 +187,7 @@ nlohmann::json jsonValue(const LogEntry& e) {
       if (e.text == "true") return true;
       if (e.text == "false") return false;
       break;
-    default:
-      break;
+    default: break;
   }
   return e.text;
 }
@@ -213,9 +201,7 @@ nlohmann::json jsonEntries(const std::vector<LogEntry>& entries) {
         obj["context"] = e.key;
         obj["entries"] = jsonEntries(e.children);
         break;
-      case LogEntry::Kind::Error:
-        obj["error"] = e.text;
-        break;
+      case LogEntry::Kind::Error: obj["error"] = e.text; break;
       case LogEntry::Kind::Info:
         obj["info"] = e.text;
         if (e.tag != 0) obj["tag"] = e.tag;
@@ -224,9 +210,7 @@ nlohmann::json jsonEntries(const std::vector<LogEntry>& entries) {
         obj["key"] = e.key;
         obj["value"] = jsonValue(e);
         break;
-      case LogEntry::Kind::Result:
-        obj["result"] = e.text == "Success." ? "success" : "failed";
-        break;
+      case LogEntry::Kind::Result: obj["result"] = e.text == "Success." ? "success" : "failed"; break;
     }
     arr.push_back(std::move(obj));
   }

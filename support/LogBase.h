@@ -19,10 +19,10 @@ enum class LogValueType { Text, Integer, Unsigned, Boolean, Hex, Bracketed };
 struct LogEntry {
   enum class Kind { Context, Error, Info, Data, Result };
   Kind kind = Kind::Info;
-  std::string key;    // context name (Context) or key (Data)
-  std::string text;   // message (Error/Info), value (Data), "Success."/"Failed." (Result)
+  std::string key;   // context name (Context) or key (Data)
+  std::string text;  // message (Error/Info), value (Data), "Success."/"Failed." (Result)
   LogValueType valueType = LogValueType::Text;
-  int tag = 0;        // LogInfo_n tag, 0 when none
+  int tag = 0;                     // LogInfo_n tag, 0 when none
   std::vector<LogEntry> children;  // entries of a context
 };
 
@@ -94,8 +94,7 @@ class _btLogger : public LogBase {
 
  private:
   LogEntry& current();
-  void addEntry(LogEntry::Kind kind, std::string_view key, std::string_view text, LogValueType type,
-                int tag);
+  void addEntry(LogEntry::Kind kind, std::string_view key, std::string_view text, LogValueType type, int tag);
   LogEntry m_root;
   std::vector<size_t> m_path;  // indexes from the root to the open context
   int m_lostContexts = 0;      // contexts that could not be recorded (out of memory) still open

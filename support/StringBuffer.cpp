@@ -73,9 +73,7 @@ const char* btStrChr(const char* text, int byte) {
 
 size_t btStrLen(const char* text) { return text ? std::strlen(text) : 0; }
 
-int btStrNCmp(const char* a, const char* b, size_t n) {
-  return std::strncmp(a ? a : "", b ? b : "", n);
-}
+int btStrNCmp(const char* a, const char* b, size_t n) { return std::strncmp(a ? a : "", b ? b : "", n); }
 
 size_t btFind(std::string_view haystack, std::string_view needle, size_t from) {
   if (from > haystack.size()) return StringBuffer::npos;
@@ -182,9 +180,7 @@ bool StringBuffer::endsWith(const char* text) const {
 
 bool StringBuffer::containsSubstring(const char* text) const { return find(sv(text)) != npos; }
 
-bool StringBuffer::containsSubstringNoCase(const char* text) const {
-  return findNoCase(view(), sv(text), 0) != npos;
-}
+bool StringBuffer::containsSubstringNoCase(const char* text) const { return findNoCase(view(), sv(text), 0) != npos; }
 
 // ---------------------------------------------------------------- search
 
@@ -348,8 +344,7 @@ void StringBuffer::toCRLF() {
 
 // ---------------------------------------------------------------- delimited spans
 
-bool StringBuffer::getDelimited(const char* begin, const char* end, bool includeMarkers,
-                                StringBuffer& out) const {
+bool StringBuffer::getDelimited(const char* begin, const char* end, bool includeMarkers, StringBuffer& out) const {
   const std::string_view b = sv(begin), e = sv(end);
   const size_t i = find(b);
   if (i == npos) return false;

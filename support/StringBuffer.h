@@ -42,8 +42,8 @@ class StringBuffer {
   void setString(const char* text);
   void setString(const StringBuffer& sb) { m_s = sb.m_s; }
   void setString(std::string_view text) { m_s.assign(text.data(), text.size()); }
-  void takeSb(StringBuffer& other);       // moves other's bytes here, leaving it empty
-  void takeFromDb(DataBuffer& db);        // moves the bytes of db here, leaving it empty
+  void takeSb(StringBuffer& other);  // moves other's bytes here, leaving it empty
+  void takeFromDb(DataBuffer& db);   // moves the bytes of db here, leaving it empty
   void takeString(std::string&& text) noexcept { m_s = std::move(text); }
   void reserve(size_t n) { m_s.reserve(n); }
 
@@ -69,8 +69,8 @@ class StringBuffer {
   bool containsSubstringNoCase(const char* text) const;  // folds ASCII letters only
 
   // --- search ---
-  const char* findSubstr(const char* text) const;   // pointer into the contents, or null
-  long long indexOf(const char* text) const;          // byte index or -1
+  const char* findSubstr(const char* text) const;  // pointer into the contents, or null
+  long long indexOf(const char* text) const;       // byte index or -1
   // Byte index of the first occurrence at or after `from`, or npos.
   size_t find(std::string_view needle, size_t from = 0) const;
   size_t findChar(char c, size_t from = 0) const;
@@ -92,8 +92,8 @@ class StringBuffer {
   bool insertAt(const StringBuffer& sb, size_t index);
   bool insertAt(std::string_view text, size_t index);
   void shorten(size_t n);
-  void trim2();              // strips leading and trailing space, TAB, CR, LF
-  void trimInsideSpaces();   // collapses each inner run of white space to one space (ends untouched)
+  void trim2();             // strips leading and trailing space, TAB, CR, LF
+  void trimInsideSpaces();  // collapses each inner run of white space to one space (ends untouched)
   void toLowerCase();
   void toLF();
   void toCRLF();
@@ -107,8 +107,8 @@ class StringBuffer {
   // True when something was removed.
   bool getDelimited(const char* begin, const char* end, bool includeMarkers, StringBuffer& out) const;
   bool removeDelimited(const char* begin, const char* end, bool includeMarkers, bool flag);
-  bool removeDelimitedIfContains(const char* begin, const char* end, const char* required,
-                                 bool includeMarkers, bool flag);
+  bool removeDelimitedIfContains(const char* begin, const char* end, const char* required, bool includeMarkers,
+                                 bool flag);
   void removeBefore(const char* marker, bool removeMarkerToo);
   void chopAtSubstr(const char* marker, bool keepMarker);
 

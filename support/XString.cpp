@@ -14,9 +14,7 @@
 #include "support/DataBuffer.h"
 #include "support/LogBase.h"
 
-XString::XString(const XString& other) : m_secure(other.m_secure) {
-  m_sb.append(other.m_sb);
-}
+XString::XString(const XString& other) : m_secure(other.m_secure) { m_sb.append(other.m_sb); }
 
 XString& XString::operator=(const XString& other) {
   if (this != &other) {

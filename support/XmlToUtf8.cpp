@@ -51,9 +51,8 @@ bool allAscii(const unsigned char* p, size_t n) {
 bool isUtf8Name(const std::string& iconvName) { return iconvName == "UTF-8"; }
 
 bool isWideName(const std::string& iconvName) {
-  return iconvName.rfind("UTF-16", 0) == 0 || iconvName.rfind("UTF-32", 0) == 0 ||
-         iconvName.rfind("UCS-2", 0) == 0 || iconvName.rfind("UCS-4", 0) == 0 ||
-         iconvName == "UNICODELITTLE" || iconvName == "UNICODEBIG";
+  return iconvName.rfind("UTF-16", 0) == 0 || iconvName.rfind("UTF-32", 0) == 0 || iconvName.rfind("UCS-2", 0) == 0 ||
+         iconvName.rfind("UCS-4", 0) == 0 || iconvName == "UNICODELITTLE" || iconvName == "UNICODEBIG";
 }
 
 void logBadBytes(LogBase& log, const char* how, const std::string& encoding, size_t offset) {

@@ -29,9 +29,9 @@ struct TempDir {
 }  // namespace testsupport
 
 // Skips the current test with a clear message when the shared corpus is not beside the checkout.
-#define REQUIRE_CORPUS()                                                                  \
-  do {                                                                                    \
-    if (testsupport::corpusDir().empty())                                                 \
+#define REQUIRE_CORPUS()                                                                 \
+  do {                                                                                   \
+    if (testsupport::corpusDir().empty())                                                \
       GTEST_SKIP() << "shared corpus not found beside the checkout (../shared/corpus); " \
-                      "set XMLDSIG_SHARED to its location to run this test";            \
+                      "set XMLDSIG_SHARED to its location to run this test";             \
   } while (0)

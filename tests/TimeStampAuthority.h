@@ -35,8 +35,8 @@ class TimeStampAuthority {
       error_ = "could not sign the fixtures with xmlsec1";
       return;
     }
-    const std::string cmd = "python3 " + tools + "/tsa_server.py " + dir_ + " --lifetime 900 >/dev/null 2>&1 & echo $! > " +
-                            dir_ + "/pid";
+    const std::string cmd = "python3 " + tools + "/tsa_server.py " + dir_ +
+                            " --lifetime 900 >/dev/null 2>&1 & echo $! > " + dir_ + "/pid";
     if (std::system(cmd.c_str()) != 0) {
       error_ = "could not start the time-stamp authority";
       return;
@@ -61,8 +61,8 @@ class TimeStampAuthority {
 
 }  // namespace testsupport
 
-#define REQUIRE_TIMESTAMP_AUTHORITY()                                                           \
-  do {                                                                                          \
-    if (!testsupport::TimeStampAuthority::instance().error().empty())                           \
-      GTEST_SKIP() << testsupport::TimeStampAuthority::instance().error();                      \
+#define REQUIRE_TIMESTAMP_AUTHORITY()                                      \
+  do {                                                                     \
+    if (!testsupport::TimeStampAuthority::instance().error().empty())      \
+      GTEST_SKIP() << testsupport::TimeStampAuthority::instance().error(); \
   } while (0)

@@ -40,9 +40,9 @@ class NamespaceStack {
     std::string prefix;
     std::string uri;
   };
-  std::vector<Binding> m_bindings;                                    // declaration order
-  std::vector<size_t> m_scopeStarts;                                  // first binding of each scope
-  std::map<std::string, std::vector<size_t>, std::less<>> m_index;   // prefix -> binding indexes
+  std::vector<Binding> m_bindings;                                  // declaration order
+  std::vector<size_t> m_scopeStarts;                                // first binding of each scope
+  std::map<std::string, std::vector<size_t>, std::less<>> m_index;  // prefix -> binding indexes
 };
 
 }  // namespace xml

@@ -75,10 +75,8 @@ std::string removeDotSegments(const std::string& path) {
     if (seg == ".") {
       trailingSlash = true;
     } else if (seg == "..") {
-      if (!out.empty() && out.back() != "..")
-        out.pop_back();
-      else if (!absolute)
-        out.push_back("..");
+      if (!out.empty() && out.back() != "..") out.pop_back();
+      else if (!absolute) out.push_back("..");
       trailingSlash = true;
     } else if (!seg.empty() || !last) {
       out.push_back(seg);
@@ -138,10 +136,8 @@ std::string joinXmlBase(const std::string& base, const std::string& reference) {
           t.path = removeDotSegments(r.path);
         } else {
           std::string merged;
-          if (b.hasAuthority && b.path.empty())
-            merged = "/" + r.path;
-          else
-            merged = b.path.substr(0, b.path.rfind('/') == std::string::npos ? 0 : b.path.rfind('/') + 1) + r.path;
+          if (b.hasAuthority && b.path.empty()) merged = "/" + r.path;
+          else merged = b.path.substr(0, b.path.rfind('/') == std::string::npos ? 0 : b.path.rfind('/') + 1) + r.path;
           t.path = removeDotSegments(merged);
         }
         t.hasQuery = r.hasQuery;
@@ -220,8 +216,7 @@ class Writer {
       }
       out.emplace_back(ns.name, ns.value);
     }
-    if (!defaultInSet && outputAncestor != UINT32_MAX && namespaceInSet(outputAncestor, ""))
-      out.emplace_back("", "");
+    if (!defaultInSet && outputAncestor != UINT32_MAX && namespaceInSet(outputAncestor, "")) out.emplace_back("", "");
   }
 
   static std::string_view prefixOf(const XPathNode& n) {
@@ -363,10 +358,8 @@ class Writer {
     const bool written = inSet(e);
     if (written) {
       std::vector<std::pair<std::string, std::string>> ns;
-      if (exclusive())
-        namespacesExclusive(e, ns);
-      else
-        namespacesInclusive(e, outputAncestor, ns);
+      if (exclusive()) namespacesExclusive(e, ns);
+      else namespacesInclusive(e, outputAncestor, ns);
       std::sort(ns.begin(), ns.end());
 
       struct Attr {
@@ -406,9 +399,7 @@ class Writer {
     for (uint32_t c = el.firstChild; c != UINT32_MAX; c = m_doc.node(c).nextSibling) {
       const XPathNode& n = m_doc.node(c);
       switch (n.kind) {
-        case XPathNodeKind::Element:
-          element(c, childAncestor);
-          break;
+        case XPathNodeKind::Element: element(c, childAncestor); break;
         case XPathNodeKind::Text:
           if (inSet(c)) appendEscapedText(m_out, n.value);
           break;
@@ -418,8 +409,7 @@ class Writer {
         case XPathNodeKind::PI:
           if (inSet(c)) misc(n);
           break;
-        default:
-          break;
+        default: break;
       }
     }
     if (written) {

@@ -112,12 +112,9 @@ bool NodeSetState::applyFilter2(const std::vector<XPathFilterExpr>& filters, siz
     for (uint32_t n : selected)
       if (!subtrees[n]) markSubtree(m_doc, n, subtrees, 1);
     for (uint32_t k = 0; k < m_doc.size(); ++k) {
-      if (f.filter == "intersect")
-        filter[k] = filter[k] && subtrees[k];
-      else if (f.filter == "subtract")
-        filter[k] = filter[k] && !subtrees[k];
-      else
-        filter[k] = filter[k] || subtrees[k];
+      if (f.filter == "intersect") filter[k] = filter[k] && subtrees[k];
+      else if (f.filter == "subtract") filter[k] = filter[k] && !subtrees[k];
+      else filter[k] = filter[k] || subtrees[k];
     }
   }
   for (uint32_t k = 0; k < m_doc.size(); ++k) m_set[k] = m_set[k] && filter[k];

@@ -9,8 +9,19 @@
 namespace xml {
 
 enum class XPathAxis {
-  Ancestor, AncestorOrSelf, Attribute, Child, Descendant, DescendantOrSelf, Following, FollowingSibling,
-  Namespace, Parent, Preceding, PrecedingSibling, Self
+  Ancestor,
+  AncestorOrSelf,
+  Attribute,
+  Child,
+  Descendant,
+  DescendantOrSelf,
+  Following,
+  FollowingSibling,
+  Namespace,
+  Parent,
+  Preceding,
+  PrecedingSibling,
+  Self
 };
 
 enum class XPathTest { Name, AnyName, PrefixAny, Node, Text, Comment, PI };
@@ -24,8 +35,24 @@ struct XPathStep {
 };
 
 enum class XPathOp {
-  Or, And, Eq, Ne, Lt, Le, Gt, Ge, Add, Sub, Mul, Div, Mod, Neg, Union,
-  Literal, Number, Call,
+  Or,
+  And,
+  Eq,
+  Ne,
+  Lt,
+  Le,
+  Gt,
+  Ge,
+  Add,
+  Sub,
+  Mul,
+  Div,
+  Mod,
+  Neg,
+  Union,
+  Literal,
+  Number,
+  Call,
   Path,  // [filter expression with predicates] then steps; absolute when it starts at the root
 };
 
@@ -35,7 +62,7 @@ struct XPathExprNode {
   std::string text;       // Literal value; Call: function name
   double number = 0;
   // Path
-  int filter = -1;                 // primary expression, or -1 for a location path
+  int filter = -1;  // primary expression, or -1 for a location path
   std::vector<int> filterPredicates;
   bool absolute = false;
   std::vector<XPathStep> steps;

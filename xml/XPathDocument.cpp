@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "xml/XmlCanonEscape.h"
 #include "support/xml/XmlScanner.h"
+#include "xml/XmlCanonEscape.h"
 
 namespace xml {
 
@@ -18,10 +18,8 @@ void bind(Bindings& scope, std::string_view prefix, std::string_view uri) {
   auto it = std::lower_bound(scope.begin(), scope.end(), prefix,
                              [](const auto& b, std::string_view p) { return b.first < p; });
   if (it != scope.end() && it->first == prefix) {
-    if (uri.empty())
-      scope.erase(it);  // xmlns="" takes the default namespace away
-    else
-      it->second = uri;
+    if (uri.empty()) scope.erase(it);  // xmlns="" takes the default namespace away
+    else it->second = uri;
   } else if (!uri.empty()) {
     scope.insert(it, {std::string(prefix), std::string(uri)});
   }
@@ -64,10 +62,8 @@ bool XPathDocument::parse(std::string_view text, std::string& error, size_t maxN
     n.prevSibling = parent.lastChild;
     n.subtreeEnd = index + 1;
     m_nodes.push_back(std::move(n));
-    if (parent.lastChild == UINT32_MAX)
-      m_nodes[parent.node].firstChild = index;
-    else
-      m_nodes[parent.lastChild].nextSibling = index;
+    if (parent.lastChild == UINT32_MAX) m_nodes[parent.node].firstChild = index;
+    else m_nodes[parent.lastChild].nextSibling = index;
     parent.lastChild = index;
     return index;
   };
@@ -144,10 +140,8 @@ bool XPathDocument::parse(std::string_view text, std::string& error, size_t maxN
           m_nodes.push_back(std::move(at));
         }
         m_nodes[index].numAttributes = static_cast<uint32_t>(m_nodes.size()) - m_nodes[index].firstAttribute;
-        if (tok.selfClosing)
-          m_nodes[index].subtreeEnd = static_cast<uint32_t>(m_nodes.size());
-        else
-          open.push_back({index, UINT32_MAX, std::move(scope)});
+        if (tok.selfClosing) m_nodes[index].subtreeEnd = static_cast<uint32_t>(m_nodes.size());
+        else open.push_back({index, UINT32_MAX, std::move(scope)});
         break;
       }
       case XmlTokenType::EndTag:
@@ -180,8 +174,7 @@ bool XPathDocument::parse(std::string_view text, std::string& error, size_t maxN
         appendChild(std::move(n));
         break;
       }
-      default:
-        break;
+      default: break;
     }
   }
   if (scanner.hasError()) {

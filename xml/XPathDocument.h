@@ -17,20 +17,20 @@ enum class XPathNodeKind : uint8_t { Root, Element, Attribute, Namespace, Text, 
 
 struct XPathNode {
   XPathNodeKind kind = XPathNodeKind::Root;
-  uint32_t parent = UINT32_MAX;       // element (or root) the node belongs to
-  uint32_t subtreeEnd = 0;            // index past the last node of the subtree
-  uint32_t firstChild = UINT32_MAX;   // child nodes (not attributes or namespaces)
+  uint32_t parent = UINT32_MAX;      // element (or root) the node belongs to
+  uint32_t subtreeEnd = 0;           // index past the last node of the subtree
+  uint32_t firstChild = UINT32_MAX;  // child nodes (not attributes or namespaces)
   uint32_t nextSibling = UINT32_MAX;
   uint32_t prevSibling = UINT32_MAX;
-  uint32_t firstNamespace = 0;        // elements: namespace nodes, then attributes
+  uint32_t firstNamespace = 0;  // elements: namespace nodes, then attributes
   uint32_t numNamespaces = 0;
   uint32_t firstAttribute = 0;
   uint32_t numAttributes = 0;
-  size_t sourceStart = 0;             // elements: offset of '<' in the text
-  std::string name;   // element/attribute: qualified name; namespace: prefix ("" default); PI: target
-  std::string uri;    // element/attribute: namespace URI
-  std::string value;  // attribute value, namespace URI, text, comment or PI data
-  size_t localStart = 0;  // offset of the local part in name
+  size_t sourceStart = 0;  // elements: offset of '<' in the text
+  std::string name;        // element/attribute: qualified name; namespace: prefix ("" default); PI: target
+  std::string uri;         // element/attribute: namespace URI
+  std::string value;       // attribute value, namespace URI, text, comment or PI data
+  size_t localStart = 0;   // offset of the local part in name
   bool isIdAttribute = false;
   std::string_view localName() const { return std::string_view(name).substr(localStart); }
 };

@@ -162,8 +162,7 @@ struct XPathMachine {
                       axis == XPathAxis::Self;
     if (self) out.push_back(i);
     switch (axis) {
-      case XPathAxis::Self:
-        break;
+      case XPathAxis::Self: break;
       case XPathAxis::Child:
         for (uint32_t c = n.firstChild; c != UINT32_MAX; c = doc.node(c).nextSibling) out.push_back(c);
         break;
@@ -347,10 +346,8 @@ struct XPathMachine {
         out.type = Value::Number;
         out.number = e.number;
         return true;
-      case XPathOp::Path:
-        return evalPath(e, c, out);
-      case XPathOp::Call:
-        return call(e, c, out);
+      case XPathOp::Path: return evalPath(e, c, out);
+      case XPathOp::Call: return call(e, c, out);
       case XPathOp::Or:
       case XPathOp::And: {
         Value a;
@@ -373,8 +370,7 @@ struct XPathMachine {
         out.number = -numberOf(a);
         return true;
       }
-      default:
-        break;
+      default: break;
     }
     Value a, b;
     if (!eval(e.args[0], c, a) || !eval(e.args[1], c, b)) return false;
@@ -384,7 +380,12 @@ struct XPathMachine {
         out.type = Value::Nodes;
         out.nodes = unite(a.nodes, b.nodes);
         return tick(out.nodes.size());
-      case XPathOp::Eq: case XPathOp::Ne: case XPathOp::Lt: case XPathOp::Le: case XPathOp::Gt: case XPathOp::Ge:
+      case XPathOp::Eq:
+      case XPathOp::Ne:
+      case XPathOp::Lt:
+      case XPathOp::Le:
+      case XPathOp::Gt:
+      case XPathOp::Ge:
         out.type = Value::Boolean;
         out.boolean = compare(e.op, a, b);
         return true;
@@ -483,9 +484,9 @@ struct XPathMachine {
       const XPathNode& node = doc.node(n);
       if (f == "namespace-uri") return str(node.uri);
       const bool named = node.kind == XPathNodeKind::Element || node.kind == XPathNodeKind::Attribute;
-      if (f == "name") return str(named || node.kind == XPathNodeKind::Namespace || node.kind == XPathNodeKind::PI
-                                      ? node.name
-                                      : std::string());
+      if (f == "name")
+        return str(named || node.kind == XPathNodeKind::Namespace || node.kind == XPathNodeKind::PI ? node.name
+                                                                                                    : std::string());
       if (named) return str(std::string(node.localName()));
       return str(node.kind == XPathNodeKind::Namespace || node.kind == XPathNodeKind::PI ? node.name : std::string());
     }
@@ -554,10 +555,8 @@ struct XPathMachine {
       std::string r;
       for (char ch : s) {
         const size_t at = from.find(ch);
-        if (at == std::string::npos)
-          r += ch;
-        else if (at < to.size())
-          r += to[at];
+        if (at == std::string::npos) r += ch;
+        else if (at < to.size()) r += to[at];
       }
       return str(std::move(r));
     }

@@ -10,8 +10,28 @@ namespace xml {
 
 namespace {
 
-enum class Tok { End, Number, Literal, Name, Star, PrefixStar, Op, Slash, DSlash, LParen, RParen, LBracket, RBracket,
-                 Dot, DDot, At, Comma, DColon, Pipe, Dollar };
+enum class Tok {
+  End,
+  Number,
+  Literal,
+  Name,
+  Star,
+  PrefixStar,
+  Op,
+  Slash,
+  DSlash,
+  LParen,
+  RParen,
+  LBracket,
+  RBracket,
+  Dot,
+  DDot,
+  At,
+  Comma,
+  DColon,
+  Pipe,
+  Dollar
+};
 
 struct Token {
   Tok type = Tok::End;
@@ -31,11 +51,16 @@ bool tokenize(std::string_view s, std::vector<Token>& out, std::string& error) {
     if (out.empty()) return false;
     const Token& t = out.back();
     switch (t.type) {
-      case Tok::At: case Tok::DColon: case Tok::LParen: case Tok::LBracket: case Tok::Comma: case Tok::Op:
-      case Tok::Slash: case Tok::DSlash: case Tok::Pipe:
-        return false;
-      default:
-        return true;
+      case Tok::At:
+      case Tok::DColon:
+      case Tok::LParen:
+      case Tok::LBracket:
+      case Tok::Comma:
+      case Tok::Op:
+      case Tok::Slash:
+      case Tok::DSlash:
+      case Tok::Pipe: return false;
+      default: return true;
     }
   };
   while (i < s.size()) {
@@ -73,10 +98,8 @@ bool tokenize(std::string_view s, std::vector<Token>& out, std::string& error) {
     } else if (c == '=' || c == '<' || c == '>' || c == '+' || c == '-') {
       t.type = Tok::Op, t.text = std::string(1, c), ++i;
     } else if (c == '*') {
-      if (operandEnded())
-        t.type = Tok::Op, t.text = "*";
-      else
-        t.type = Tok::Star;
+      if (operandEnded()) t.type = Tok::Op, t.text = "*";
+      else t.type = Tok::Star;
       ++i;
     } else if (c == '/') {
       t.type = Tok::Slash, ++i;
@@ -117,10 +140,8 @@ bool tokenize(std::string_view s, std::vector<Token>& out, std::string& error) {
           j = k;
         }
       }
-      if (operandEnded() && (name == "and" || name == "or" || name == "mod" || name == "div"))
-        t.type = Tok::Op;
-      else
-        t.type = Tok::Name;
+      if (operandEnded() && (name == "and" || name == "or" || name == "mod" || name == "div")) t.type = Tok::Op;
+      else t.type = Tok::Name;
       t.text = std::move(name);
       i = j;
     } else {
@@ -136,13 +157,19 @@ bool tokenize(std::string_view s, std::vector<Token>& out, std::string& error) {
 }
 
 bool axisByName(const std::string& name, XPathAxis& axis) {
-  static const std::pair<const char*, XPathAxis> kAxes[] = {
-      {"ancestor", XPathAxis::Ancestor}, {"ancestor-or-self", XPathAxis::AncestorOrSelf},
-      {"attribute", XPathAxis::Attribute}, {"child", XPathAxis::Child}, {"descendant", XPathAxis::Descendant},
-      {"descendant-or-self", XPathAxis::DescendantOrSelf}, {"following", XPathAxis::Following},
-      {"following-sibling", XPathAxis::FollowingSibling}, {"namespace", XPathAxis::Namespace},
-      {"parent", XPathAxis::Parent}, {"preceding", XPathAxis::Preceding},
-      {"preceding-sibling", XPathAxis::PrecedingSibling}, {"self", XPathAxis::Self}};
+  static const std::pair<const char*, XPathAxis> kAxes[] = {{"ancestor", XPathAxis::Ancestor},
+                                                            {"ancestor-or-self", XPathAxis::AncestorOrSelf},
+                                                            {"attribute", XPathAxis::Attribute},
+                                                            {"child", XPathAxis::Child},
+                                                            {"descendant", XPathAxis::Descendant},
+                                                            {"descendant-or-self", XPathAxis::DescendantOrSelf},
+                                                            {"following", XPathAxis::Following},
+                                                            {"following-sibling", XPathAxis::FollowingSibling},
+                                                            {"namespace", XPathAxis::Namespace},
+                                                            {"parent", XPathAxis::Parent},
+                                                            {"preceding", XPathAxis::Preceding},
+                                                            {"preceding-sibling", XPathAxis::PrecedingSibling},
+                                                            {"self", XPathAxis::Self}};
   for (const auto& a : kAxes)
     if (name == a.first) {
       axis = a.second;
@@ -332,10 +359,13 @@ class Parser {
 
   bool startsStep() const {
     switch (peek().type) {
-      case Tok::Name: case Tok::Star: case Tok::PrefixStar: case Tok::Dot: case Tok::DDot: case Tok::At:
-        return true;
-      default:
-        return false;
+      case Tok::Name:
+      case Tok::Star:
+      case Tok::PrefixStar:
+      case Tok::Dot:
+      case Tok::DDot:
+      case Tok::At: return true;
+      default: return false;
     }
   }
 
@@ -363,8 +393,8 @@ class Parser {
       s.prefix = t.text;
       ++m_i;
     } else if (t.type == Tok::Name && peek(1).type == Tok::LParen && isNodeType(t.text)) {
-      s.test = t.text == "node" ? XPathTest::Node
-               : t.text == "text" ? XPathTest::Text
+      s.test = t.text == "node"      ? XPathTest::Node
+               : t.text == "text"    ? XPathTest::Text
                : t.text == "comment" ? XPathTest::Comment
                                      : XPathTest::PI;
       m_i += 2;
@@ -426,10 +456,8 @@ class Parser {
         ++m_i;
         out = add(std::move(n));
         return true;
-      case Tok::Dollar:
-        return fail("variables are not supported");
-      default:
-        break;
+      case Tok::Dollar: return fail("variables are not supported");
+      default: break;
     }
     n.op = XPathOp::Call;
     n.text = t.text;

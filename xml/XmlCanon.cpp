@@ -26,8 +26,8 @@ bool isAuthenticatedXPointer(std::string_view expr) {
 
 }  // namespace
 
-bool XmlCanon::xmlCanonicalize(const StringBuffer& xml, const char* fragmentId, size_t startOffset,
-                               StringBuffer& out, LogBase& log) {
+bool XmlCanon::xmlCanonicalize(const StringBuffer& xml, const char* fragmentId, size_t startOffset, StringBuffer& out,
+                               LogBase& log) {
   xml::CanonOptions opt;
   opt.exclusive = canonMethod == 2;
   opt.attrSortBug = emulateAttrSortBug;
@@ -73,8 +73,7 @@ bool XmlCanon::xmlCanonicalize(const StringBuffer& xml, const char* fragmentId, 
   const size_t sizeBefore = target.size();
   xml::XmlCanonWriter writer(xml.view(), opt, target);
   const bool ok = writer.run();
-  if (opt.selection == xml::CanonSelection::Authenticated && ebicsMode)
-    ebicsCount += writer.authenticatedSeen();
+  if (opt.selection == xml::CanonSelection::Authenticated && ebicsMode) ebicsCount += writer.authenticatedSeen();
   if (ok) return true;
 
   target.resize(sizeBefore);
@@ -90,14 +89,12 @@ bool XmlCanon::xmlCanonicalize(const StringBuffer& xml, const char* fragmentId, 
         // In EBICS mode this ends the caller's loop over the authenticated elements: only
         // an empty first round is an error.
         if (ebicsMode && ebicsIndex > 0)
-          log.LogInfo(("No more elements with authenticate=\"true\" (" + std::to_string(ebicsIndex) +
-                       " canonicalized).").c_str());
-        else
-          log.LogError("No element with authenticate=\"true\" found.");
+          log.LogInfo(
+              ("No more elements with authenticate=\"true\" (" + std::to_string(ebicsIndex) + " canonicalized).")
+                  .c_str());
+        else log.LogError("No element with authenticate=\"true\" found.");
         break;
-      case xml::CanonSelection::WholeDocument:
-        log.LogError("The XML has no document element.");
-        break;
+      case xml::CanonSelection::WholeDocument: log.LogError("The XML has no document element."); break;
     }
     return false;
   }

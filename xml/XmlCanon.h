@@ -51,7 +51,7 @@ class XmlCanon {
   XmlCanon& operator=(const XmlCanon&) = delete;
   ~XmlCanon() = default;
 
-  int canonMethod = 1;          // 1 = Canonical XML 1.0 (inclusive), 2 = exclusive
+  int canonMethod = 1;  // 1 = Canonical XML 1.0 (inclusive), 2 = exclusive
   bool withComments = false;
   ExtPtrArraySb inclusivePrefixes;  // exclusive only: prefixes rendered as by inclusive c14n
   // Reproduce the attribute order of canonicalizers that sort attributes by their
@@ -73,6 +73,6 @@ class XmlCanon {
   // pieces to it.
   std::function<void(std::string_view)> outputSink;
 
-  bool xmlCanonicalize(const StringBuffer& xml, const char* fragmentId, size_t startOffset,
-                       StringBuffer& out, LogBase& log);
+  bool xmlCanonicalize(const StringBuffer& xml, const char* fragmentId, size_t startOffset, StringBuffer& out,
+                       LogBase& log);
 };

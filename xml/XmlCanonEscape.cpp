@@ -34,16 +34,15 @@ constexpr std::string_view kEntities[] = {"", "&amp;", "&lt;", "&#xD;", "&quot;"
 // SSE2 tests of 16 bytes at once for the bytes each table marks: bit i of the mask is
 // set when byte i is marked.
 struct TextSpecials {
-  const __m128i amp = _mm_set1_epi8('&'), lt = _mm_set1_epi8('<'), gt = _mm_set1_epi8('>'),
-                cr = _mm_set1_epi8('\r');
+  const __m128i amp = _mm_set1_epi8('&'), lt = _mm_set1_epi8('<'), gt = _mm_set1_epi8('>'), cr = _mm_set1_epi8('\r');
   int mask(__m128i b) const {
     return _mm_movemask_epi8(_mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(b, amp), _mm_cmpeq_epi8(b, lt)),
                                           _mm_or_si128(_mm_cmpeq_epi8(b, gt), _mm_cmpeq_epi8(b, cr))));
   }
 };
 struct AttributeSpecials {
-  const __m128i amp = _mm_set1_epi8('&'), lt = _mm_set1_epi8('<'), quot = _mm_set1_epi8('"'),
-                tab = _mm_set1_epi8('\t'), lf = _mm_set1_epi8('\n'), cr = _mm_set1_epi8('\r');
+  const __m128i amp = _mm_set1_epi8('&'), lt = _mm_set1_epi8('<'), quot = _mm_set1_epi8('"'), tab = _mm_set1_epi8('\t'),
+                lf = _mm_set1_epi8('\n'), cr = _mm_set1_epi8('\r');
   int mask(__m128i b) const {
     const __m128i x = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(b, amp), _mm_cmpeq_epi8(b, lt)),
                                    _mm_or_si128(_mm_cmpeq_epi8(b, quot), _mm_cmpeq_epi8(b, tab)));
@@ -133,8 +132,8 @@ bool isCanonicalTextAsWritten(std::string_view raw) {
   const unsigned char* const end = p + raw.size();
   while ((p = findMarked<TextSpecials>(p, end, kTextTable)) != end) {
     if (*p != '&') return false;
-    const size_t length =
-        selfCanonicalReference(std::string_view(reinterpret_cast<const char*>(p + 1), static_cast<size_t>(end - p - 1)));
+    const size_t length = selfCanonicalReference(
+        std::string_view(reinterpret_cast<const char*>(p + 1), static_cast<size_t>(end - p - 1)));
     if (length == 0) return false;
     p += 1 + length;
   }

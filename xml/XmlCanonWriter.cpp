@@ -12,8 +12,7 @@ namespace {
 constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
 
 bool isNamespaceDeclaration(std::string_view qname) {
-  return qname.size() >= 5 && qname.compare(0, 5, "xmlns") == 0 &&
-         (qname.size() == 5 || qname[5] == ':');
+  return qname.size() >= 5 && qname.compare(0, 5, "xmlns") == 0 && (qname.size() == 5 || qname[5] == ':');
 }
 
 // "xmlns" declares the default namespace (""), "xmlns:p" the prefix p.
@@ -98,20 +97,15 @@ bool XmlCanonWriter::run() {
       case XmlTokenType::StartTag:
         if (!onStartTag()) return false;
         break;
-      case XmlTokenType::EndTag:
-        onEndTag(m_tok.depth, m_tok.name);
-        break;
+      case XmlTokenType::EndTag: onEndTag(m_tok.depth, m_tok.name); break;
       case XmlTokenType::Text:
       case XmlTokenType::CData:
         if (m_apexDepth != 0 && !writeText(m_tok)) return false;
         break;
       case XmlTokenType::Comment:
-      case XmlTokenType::PI:
-        writeMisc(m_tok);
-        break;
+      case XmlTokenType::PI: writeMisc(m_tok); break;
       case XmlTokenType::XmlDecl:
-      case XmlTokenType::Doctype:
-        break;
+      case XmlTokenType::Doctype: break;
     }
     if (m_opt.sink && m_out.size() >= kSinkPiece) flushToSink();
   }
@@ -196,8 +190,7 @@ bool XmlCanonWriter::declareNamespaces() {
 // Decides whether the current start tag (outside the output) is the element to write.
 bool XmlCanonWriter::isSelected(bool& stopScanning) {
   switch (m_opt.selection) {
-    case CanonSelection::WholeDocument:
-      return m_tok.depth == 1;
+    case CanonSelection::WholeDocument: return m_tok.depth == 1;
     case CanonSelection::AtOffset:
       if (m_tok.start > m_opt.offset) stopScanning = true;  // passed it: nothing starts there
       return m_tok.start == m_opt.offset;
@@ -345,9 +338,7 @@ void XmlCanonWriter::renderNamespaces(bool isApex) {
   m_nsOut.clear();
   if (!m_opt.exclusive) {
     if (isApex) {
-      m_inScope.forEachInScope([this](std::string_view prefix, const std::string&) {
-        m_candidates.push_back(prefix);
-      });
+      m_inScope.forEachInScope([this](std::string_view prefix, const std::string&) { m_candidates.push_back(prefix); });
     } else {
       for (const XmlAttribute& a : m_tok.attributes)
         if (isNamespaceDeclaration(a.qname)) m_candidates.push_back(declaredPrefix(a.qname));
@@ -386,8 +377,7 @@ void XmlCanonWriter::considerNamespace(std::string_view prefix) {
   m_nsOut.emplace_back(prefix, value);
 }
 
-bool XmlCanonWriter::attributeValue(const XmlAttribute& attr, std::string& scratch,
-                                    std::string_view& value) {
+bool XmlCanonWriter::attributeValue(const XmlAttribute& attr, std::string& scratch, std::string_view& value) {
   bool nonCdata = false;
   const XmlDtd& dtd = m_scanner.dtd();
   if (!dtd.empty()) {

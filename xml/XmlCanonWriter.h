@@ -9,17 +9,17 @@
 #include <string_view>
 #include <vector>
 
-#include "xml/NamespaceStack.h"
 #include "support/xml/XmlScanner.h"
+#include "xml/NamespaceStack.h"
 
 namespace xml {
 
 // Which part of the document is written.
 enum class CanonSelection {
-  WholeDocument,   // everything, with comments and PIs outside the document element
-  ById,            // the first element identified by `id`
-  AtOffset,        // the element whose start tag begins at `offset`
-  Authenticated,   // the outermost elements with authenticate="true"
+  WholeDocument,  // everything, with comments and PIs outside the document element
+  ById,           // the first element identified by `id`
+  AtOffset,       // the element whose start tag begins at `offset`
+  Authenticated,  // the outermost elements with authenticate="true"
 };
 
 struct CanonOptions {
@@ -107,8 +107,8 @@ class XmlCanonWriter {
   NamespaceStack m_rendered;
   std::vector<SavedXmlAttr> m_xmlAttrs;
 
-  size_t m_apexDepth = 0;   // depth of the element being written, 0 outside the output
-  size_t m_skipDepth = 0;   // Authenticated: depth of a skipped authenticated element
+  size_t m_apexDepth = 0;  // depth of the element being written, 0 outside the output
+  size_t m_skipDepth = 0;  // Authenticated: depth of a skipped authenticated element
   bool m_rootSeen = false;
   bool m_rootClosed = false;
   bool m_done = false;

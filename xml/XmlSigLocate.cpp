@@ -45,8 +45,7 @@ class NamespaceScope {
   size_t enter(XmlScanner& scanner, const XmlToken& tok) {
     const size_t mark = m_bindings.size();
     for (const xml::XmlAttribute& a : tok.attributes) {
-      if (a.qname == "xmlns")
-        m_bindings.push_back({std::string_view(), attributeValue(scanner, a.rawValue)});
+      if (a.qname == "xmlns") m_bindings.push_back({std::string_view(), attributeValue(scanner, a.rawValue)});
       else if (a.qname.size() > 6 && a.qname.compare(0, 6, "xmlns:") == 0)
         m_bindings.push_back({a.qname.substr(6), attributeValue(scanner, a.rawValue)});
     }
@@ -91,7 +90,7 @@ struct SignatureRecord {
   size_t start = 0;
   size_t end = 0;
   bool isSignatureElement = false;
-  bool hasSignedInfoChild = false;   // of the XML-Signature namespace
+  bool hasSignedInfoChild = false;  // of the XML-Signature namespace
   bool hasSignatureValueChild = false;
   bool idMatches = false;
   bool digestMatches = false;
@@ -106,18 +105,16 @@ struct SignatureRecord {
   size_t objectLoc = 0;
   size_t lastChildLoc = 0, lastChildEnd = 0;
 
-  bool isSignature() const {
-    return isSignatureElement || (hasSignedInfoChild && hasSignatureValueChild);
-  }
+  bool isSignature() const { return isSignatureElement || (hasSignedInfoChild && hasSignatureValueChild); }
 };
 
 // Roles an open element plays for the signature that encloses it.
 enum FrameRole : unsigned {
   kRoleNone = 0,
-  kRoleDirectChild = 1,     // direct child of the record's element
-  kRoleSignedInfo = 2,      // the record's SignedInfo
-  kRoleReference = 4,       // Reference directly inside that SignedInfo
-  kRoleDigestValue = 8,     // DigestValue directly inside that Reference
+  kRoleDirectChild = 1,  // direct child of the record's element
+  kRoleSignedInfo = 2,   // the record's SignedInfo
+  kRoleReference = 4,    // Reference directly inside that SignedInfo
+  kRoleDigestValue = 8,  // DigestValue directly inside that Reference
   kRoleSignedProperties = 16,
 };
 
@@ -126,8 +123,8 @@ struct Frame {
   size_t nsMark = 0;
   std::string_view qname;
   bool idMatches = false;
-  int record = -1;      // record owned by this element, or -1
-  int owner = -1;       // record of the innermost enclosing signature, or -1
+  int record = -1;  // record owned by this element, or -1
+  int owner = -1;   // record of the innermost enclosing signature, or -1
   unsigned roles = kRoleNone;
 };
 
@@ -158,8 +155,7 @@ class SignatureFinder {
         case XmlTokenType::CData:
           if (collectingDigest()) m_digestText.append(tok.content);
           break;
-        default:
-          break;
+        default: break;
       }
     }
     return m_found;
@@ -273,8 +269,7 @@ class SignatureFinder {
       if (f.roles & kRoleDirectChild) o.lastChildEnd = end;
       if (f.roles & kRoleSignedInfo) o.signedInfoEnd = end;
       if (f.roles & kRoleSignedProperties) o.signedPropertiesEnd = end;
-      if ((f.roles & kRoleDigestValue) && m_by == SearchBy::Digest &&
-          withoutWhiteSpace(m_digestText) == m_key)
+      if ((f.roles & kRoleDigestValue) && m_by == SearchBy::Digest && withoutWhiteSpace(m_digestText) == m_key)
         o.digestMatches = true;
     }
     if (f.record < 0) return false;
@@ -310,8 +305,8 @@ unsigned asOffset(size_t v) { return static_cast<unsigned>(v); }
 
 }  // namespace
 
-static bool locate(XmlSigLocate& loc, SearchBy by, const char* key, const StringBuffer& xmlText,
-                   _btXmlDtd& dtd, LogBase& log) {
+static bool locate(XmlSigLocate& loc, SearchBy by, const char* key, const StringBuffer& xmlText, _btXmlDtd& dtd,
+                   LogBase& log) {
   loc.m_sigStart = loc.m_sigLength = 0;
   loc.m_signedInfoStart = loc.m_signedInfoLength = 0;
   loc.m_signatureValueLoc = loc.m_qualifyingPropertiesLoc = 0;
@@ -378,8 +373,8 @@ bool XmlSigRemoval::removeSignatures(const StringBuffer& xmlText, _btXmlDtd& dtd
   kept.reserve(xmlText.getSize());
   const std::string_view text = xmlText.view();
 
-  size_t copiedTo = 0;         // text before this offset is already handled
-  size_t removalDepth = 0;     // depth of the outermost Signature being removed, 0 when none
+  size_t copiedTo = 0;      // text before this offset is already handled
+  size_t removalDepth = 0;  // depth of the outermost Signature being removed, 0 when none
   XmlToken tok;
   while (scanner.next(tok)) {
     if (tok.type == XmlTokenType::StartTag) {

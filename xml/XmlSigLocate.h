@@ -20,8 +20,7 @@ class XmlSigLocate {
   bool FindXmlSigById(const char* id, const StringBuffer& xmlText, _btXmlDtd& dtd, LogBase& log);
   // Finds the Signature element whose SignedInfo holds a Reference whose DigestValue
   // content (white space removed) equals digestValue.
-  bool FindXmlSigByRefDigest(const char* digestValue, const StringBuffer& xmlText, _btXmlDtd& dtd,
-                             LogBase& log);
+  bool FindXmlSigByRefDigest(const char* digestValue, const StringBuffer& xmlText, _btXmlDtd& dtd, LogBase& log);
 
   // After a successful search: the Signature element and its SignedInfo element
   // (start offset of '<' and length through the end tag).
@@ -31,15 +30,15 @@ class XmlSigLocate {
   unsigned m_signedInfoLength = 0;
 
   // XAdES positions within the found signature (0 = not present), when requested.
-  unsigned m_signatureValueLoc = 0;              // start of SignatureValue
-  unsigned m_qualifyingPropertiesLoc = 0;        // start tag of QualifyingProperties
-  unsigned m_unsignedPropertiesLoc = 0;          // start tag of UnsignedProperties
-  unsigned m_unsignedSignaturePropertiesLoc = 0; // start tag of UnsignedSignatureProperties
-  unsigned m_signedPropertiesLoc = 0;            // start of SignedProperties
-  unsigned m_signedPropertiesLen = 0;            // its length through the end tag
-  unsigned m_objectLoc = 0;                      // start tag of an Object child of the signature
-  unsigned m_lastChildLoc = 0;                   // start of the signature's last child element
-  unsigned m_lastChildLen = 0;                   // its length through its end tag
+  unsigned m_signatureValueLoc = 0;               // start of SignatureValue
+  unsigned m_qualifyingPropertiesLoc = 0;         // start tag of QualifyingProperties
+  unsigned m_unsignedPropertiesLoc = 0;           // start tag of UnsignedProperties
+  unsigned m_unsignedSignaturePropertiesLoc = 0;  // start tag of UnsignedSignatureProperties
+  unsigned m_signedPropertiesLoc = 0;             // start of SignedProperties
+  unsigned m_signedPropertiesLen = 0;             // its length through the end tag
+  unsigned m_objectLoc = 0;                       // start tag of an Object child of the signature
+  unsigned m_lastChildLoc = 0;                    // start of the signature's last child element
+  unsigned m_lastChildLen = 0;                    // its length through its end tag
 };
 
 class XmlSigRemoval {

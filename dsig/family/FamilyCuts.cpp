@@ -34,9 +34,9 @@ std::string_view prefixOf(std::string_view qname) {
 bool parse(std::string_view text, xml::XmlTree& tree, const char* what, LogBase& log) {
   std::string error;
   if (tree.parse(text, error)) return true;
-  log.LogError((std::string(what) + ": the data is not well-formed, so the element to cut cannot be located (" +
-                error + ").")
-                   .c_str());
+  log.LogError(
+      (std::string(what) + ": the data is not well-formed, so the element to cut cannot be located (" + error + ").")
+          .c_str());
   return false;
 }
 
@@ -89,8 +89,9 @@ CutResult swiftLauSpan(std::string_view data, ElementSpan& span, LogBase& log) {
   const std::string lauNamespace = tree.namespaceOfElement(lau);
   if (lau.parent != 0 || tree.namespaceOfElement(*tree.root()) != kSwiftSaaNamespace || lau.start != candidate ||
       (!lauNamespace.empty() && lauNamespace != kSwiftSaaNamespace))
-    return refuse(log, "SWIFT LAU block: the LAU element is not an unprefixed child of an Alliance document element "
-                       "(in no namespace or the Alliance one) where the text has it; nothing is cut.");
+    return refuse(log,
+                  "SWIFT LAU block: the LAU element is not an unprefixed child of an Alliance document element "
+                  "(in no namespace or the Alliance one) where the text has it; nothing is cut.");
   span = {lau.start, lau.end};
   return CutResult::Found;
 }
@@ -110,8 +111,9 @@ CutResult cmaStpDocumentSpan(std::string_view text, ElementSpan& span, LogBase& 
   const size_t endTag = findInMarkup(text, "</Document>", candidate);
   if (document.start != candidate || (!selfClosed && (endTag == npos || document.end != endTag + 11)) ||
       !prefixOf(tree.tagOf(document)).empty() || !tree.findAttribute(document, "xmlns"))
-    return refuse(log, "CMA STP Document: the Document element is not the unprefixed element declaring its own "
-                       "namespace that the text delimits.");
+    return refuse(log,
+                  "CMA STP Document: the Document element is not the unprefixed element declaring its own "
+                  "namespace that the text delimits.");
   span = {document.start, document.end};
   return CutResult::Found;
 }
@@ -186,8 +188,9 @@ CutResult soapNextActorSpans(std::string_view text, std::vector<ElementSpan>& sp
   }
   if (candidatesInTags == 0 && spans.empty()) return CutResult::None;
   if (matchedCandidates != candidatesInTags || unwrittenActors || spans.empty())
-    return refuse(log, "SOAP next-actor blocks: an actor attribute the text shows is not a SOAP actor on an element "
-                       "(or the reverse); nothing is cut.");
+    return refuse(log,
+                  "SOAP next-actor blocks: an actor attribute the text shows is not a SOAP actor on an element "
+                  "(or the reverse); nothing is cut.");
   return CutResult::Found;
 }
 
@@ -219,8 +222,9 @@ bool zatcaInvoiceChainIsFixed(ClsXml* reference, LogBase& log) {
     }
   }
   if (!fixed)
-    log.LogError("ZATCA invoice: the signature value does not cover the invoice reference's transforms, which must "
-                 "be the whole document under exactly the ZATCA chain; this reference's are not.");
+    log.LogError(
+        "ZATCA invoice: the signature value does not cover the invoice reference's transforms, which must "
+        "be the whole document under exactly the ZATCA chain; this reference's are not.");
   return fixed;
 }
 

@@ -8,19 +8,19 @@ namespace {
 
 // What a family changes; a row holds the traits that apply while its flag is set.
 enum Trait : unsigned {
-  kCopiesDocument = 1u << 0,          // the data starts from a copy of the document, cut to the DTE
-  kStartsAtDoda = 1u << 1,            // ... from the doda element
-  kNoStreaming = 1u << 2,             // a family step after the final canonicalization needs its text
-  kKeepsZatcaSignature = 1u << 3,     // the enveloped transform leaves the signature "signature" alone
-  kExclusiveImplied = 1u << 4,        // a reference without Transforms canonicalizes exclusively
-  kRebuildsMyInvoisProps = 1u << 5,   // a reference without Transforms digests rebuilt SignedProperties
-  kSignedDocumentReference = 1u << 6, // the three-transform document reference gives the signed digest
-  kCmaStpDocument = 1u << 7,          // a whole-document canonicalization reads only the Document element
-  kAttrSortBug = 1u << 8,             // canonicalize with the attribute-sorting emulation
-  kSkXmlSignedInfo = 1u << 9,         // SignedInfo without the non-SK-XML handling
-  kZatcaDigestForm = 1u << 10,        // SignedProperties digested as hex text
-  kQuietSignedInfo = 1u << 11,        // SignedInfo is not what the signature covers: not logged
-  kFirstUblExtensions = 1u << 12,     // the UBLExtensions exclusion drops the second block only
+  kCopiesDocument = 1u << 0,           // the data starts from a copy of the document, cut to the DTE
+  kStartsAtDoda = 1u << 1,             // ... from the doda element
+  kNoStreaming = 1u << 2,              // a family step after the final canonicalization needs its text
+  kKeepsZatcaSignature = 1u << 3,      // the enveloped transform leaves the signature "signature" alone
+  kExclusiveImplied = 1u << 4,         // a reference without Transforms canonicalizes exclusively
+  kRebuildsMyInvoisProps = 1u << 5,    // a reference without Transforms digests rebuilt SignedProperties
+  kSignedDocumentReference = 1u << 6,  // the three-transform document reference gives the signed digest
+  kCmaStpDocument = 1u << 7,           // a whole-document canonicalization reads only the Document element
+  kAttrSortBug = 1u << 8,              // canonicalize with the attribute-sorting emulation
+  kSkXmlSignedInfo = 1u << 9,          // SignedInfo without the non-SK-XML handling
+  kZatcaDigestForm = 1u << 10,         // SignedProperties digested as hex text
+  kQuietSignedInfo = 1u << 11,         // SignedInfo is not what the signature covers: not logged
+  kFirstUblExtensions = 1u << 12,      // the UBLExtensions exclusion drops the second block only
 };
 
 struct FamilyRow {
@@ -45,7 +45,8 @@ constexpr FamilyRow kFamilies[] = {
      kNoStreaming | kKeepsZatcaSignature | kExclusiveImplied | kZatcaDigestForm | kQuietSignedInfo,
      SignedBytes::ZatcaInvoiceHash},
     {"myinvois", &_clsXmlDSigBase::m_isMyInvois, false,
-     kNoStreaming | kRebuildsMyInvoisProps | kSignedDocumentReference | kFirstUblExtensions, SignedBytes::MyInvoisDocumentDigest},
+     kNoStreaming | kRebuildsMyInvoisProps | kSignedDocumentReference | kFirstUblExtensions,
+     SignedBytes::MyInvoisDocumentDigest},
 };
 
 template <typename Visit>

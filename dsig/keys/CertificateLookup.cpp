@@ -103,8 +103,7 @@ bool ClsXmlDSig::processCertBase64(StringBuffer& text, StringHashSet& set, LogBa
   return decodeCertText(text, set, holder, log);
 }
 
-ClsPublicKey* ClsXmlDSig::getPublicKeyByIssuerNameAndSerial(const char* issuerCN, const char* serialHex,
-                                                            LogBase& log) {
+ClsPublicKey* ClsXmlDSig::getPublicKeyByIssuerNameAndSerial(const char* issuerCN, const char* serialHex, LogBase& log) {
   LogContextExitor ctx(log, "getPublicKeyByIssuerNameAndSerial");
   SystemCerts* store = systemCerts();
   if (!store) return nullptr;

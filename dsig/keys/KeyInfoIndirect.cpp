@@ -23,8 +23,7 @@ void appendDerEncodedKeys(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
     element->getContentSb(text);
     DataBuffer der;
     RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
-    if (!key || !ContentCoding::decodeBase64ToDb(text.getString(), text.getSize(), der) ||
-        !key->loadAnyDer(der, log)) {
+    if (!key || !ContentCoding::decodeBase64ToDb(text.getString(), text.getSize(), der) || !key->loadAnyDer(der, log)) {
       log.LogError("Failed to load the key of a DEREncodedKeyValue.");
       continue;
     }

@@ -16,17 +16,17 @@
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/keys/KeyInfoIndirect.h"
 #include "dsig/keys/KeyInfoSources.h"
-#include "support/xml/XmlTree.h"
 #include "support/ClsXml.h"
 #include "support/ContentCoding.h"
 #include "support/DataBuffer.h"
 #include "support/LogBase.h"
 #include "support/XString.h"
+#include "support/xml/XmlTree.h"
 
 namespace keyinfo {
 
-bool issuerSerialToLookUp(ClsXml& keyInfo, const StringHashSet& seen, StringBuffer& issuerCN,
-                          StringBuffer& serialHex, LogBase& log) {
+bool issuerSerialToLookUp(ClsXml& keyInfo, const StringHashSet& seen, StringBuffer& issuerCN, StringBuffer& serialHex,
+                          LogBase& log) {
   StringBuffer issuerName;
   StringBuffer serial;
   if (!keyInfo.getChildContentUtf8("*:X509Data|*:X509IssuerSerial|*:X509IssuerName", issuerName, false) ||
@@ -56,8 +56,7 @@ bool issuerSerialToLookUp(ClsXml& keyInfo, const StringHashSet& seen, StringBuff
 
 bool subjectNameToLookUp(ClsXml& keyInfo, const StringHashSet& seen, StringBuffer& reversedDn, LogBase& log) {
   StringBuffer subject;
-  if (!keyInfo.getChildContentUtf8("*:X509Data|*:X509SubjectName", subject, false) || subject.isEmpty())
-    return false;
+  if (!keyInfo.getChildContentUtf8("*:X509Data|*:X509SubjectName", subject, false) || subject.isEmpty()) return false;
   StringBuffer canonKey;
   DistinguishedName::toBtCanonHashKey(subject.getString(), canonKey, log);
   if (seen.contains(canonKey.getString())) return false;
@@ -165,8 +164,7 @@ bool appendKeyValues(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
   return !keyValue || appendKeyValueContent(*keyValue, keys, log);
 }
 
-void appendX509DataCerts(ClsXmlDSig& dsig, ClsXml& x509Data, StringHashSet& seen, ExtPtrArrayRc& keys,
-                         LogBase& log) {
+void appendX509DataCerts(ClsXmlDSig& dsig, ClsXml& x509Data, StringHashSet& seen, ExtPtrArrayRc& keys, LogBase& log) {
   const int n = x509Data.numChildrenHavingTagUtf8("*:X509Certificate", log);
   log.LogDataLong("numX509Certificates", n);
   for (int i = 0; i < n; ++i) {
@@ -178,8 +176,7 @@ void appendX509DataCerts(ClsXmlDSig& dsig, ClsXml& x509Data, StringHashSet& seen
 }
 
 // The certificates of every X509Data of the KeyInfo, in document order.
-void appendEmbeddedCerts(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys,
-                         LogBase& log) {
+void appendEmbeddedCerts(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys, LogBase& log) {
   LogNull quiet;
   for (int d = 0;; ++d) {
     RcPtr<ClsXml> x509Data(keyInfo.getNthChildWithTagUtf8("*:X509Data", d, quiet));
@@ -199,8 +196,8 @@ void appendStoreKeyByIdentifier(ClsXmlDSig& dsig, SystemCerts& store, ClsXml& to
   ClsPublicKey* key = nullptr;
   if (valueType.endsWith("#X509v3")) {
     // The identifier carries the whole certificate.
-    std::unique_ptr<CertificateHolder> holder =
-        CertificateHolder::createFromBase64(identifier.getString(), identifier.getSize(), &store, log);
+    std::unique_ptr<CertificateHolder> holder = CertificateHolder::createFromBase64(identifier.getString(),
+                                                                                    identifier.getSize(), &store, log);
     CertRecord* record = holder ? holder->getCertPtr(log) : nullptr;
     if (BrantelX509* cert = record ? record->getX509Ptr() : nullptr) key = dsig.publicKeyFromX509(cert, log);
   } else {
@@ -261,11 +258,10 @@ bool appendThumbprintTokenKey(ClsXmlDSig& dsig, ClsXml& tokenRef, StringHashSet&
   identData.removeCharOccurances('\t');
   StringBuffer certText;
   bool found = false;
-  for (RcPtr<ClsXml> token(dsig.m_xmlRoot->searchForAttribute(nullptr, "*:BinarySecurityToken", "*:ValueType", false,
-                                                              "*#X509v3"));
-       token && !found;
-       token.reset(dsig.m_xmlRoot->searchForAttribute(token.get(), "*:BinarySecurityToken", "*:ValueType", false,
-                                                      "*#X509v3"))) {
+  for (RcPtr<ClsXml> token(
+           dsig.m_xmlRoot->searchForAttribute(nullptr, "*:BinarySecurityToken", "*:ValueType", false, "*#X509v3"));
+       token && !found; token.reset(dsig.m_xmlRoot->searchForAttribute(token.get(), "*:BinarySecurityToken",
+                                                                       "*:ValueType", false, "*#X509v3"))) {
     certText.clear();
     token->getContentSb(certText);
     DataBuffer der;
@@ -383,8 +379,7 @@ bool retrievalTypeFits(const StringBuffer& type, std::string_view localName) {
 // KeyInfoReference (to a KeyInfo) and RetrievalMethod (to KeyInfo content) within the
 // document. Nothing is fetched from elsewhere, and a RetrievalMethod with transforms is
 // not followed.
-void appendReferencedKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys,
-                          LogBase& log) {
+void appendReferencedKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, ExtPtrArrayRc& keys, LogBase& log) {
   if (!dsig.m_xmlRoot) return;
   LogNull quiet;
   StringBuffer uri, type;
@@ -411,7 +406,8 @@ void appendReferencedKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen
     RcPtr<ClsXml> transforms(method->getChildWithTagUtf8("*:Transforms"));
     RcPtr<ClsXml> target(transforms ? nullptr : keyinfo::sameDocumentElement(*dsig.m_xmlRoot, uri.getString()));
     if (!target || !retrievalTypeFits(type, target->localNameView())) {
-      log.LogError("Unsupported RetrievalMethod: only an untransformed reference to key content of this document is followed.");
+      log.LogError(
+          "Unsupported RetrievalMethod: only an untransformed reference to key content of this document is followed.");
       log.LogDataSb("uri", uri);
       log.LogDataSb("type", type);
       continue;

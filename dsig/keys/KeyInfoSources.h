@@ -18,8 +18,8 @@ constexpr int kSeenCertsCapacity = 79;
 // as written and in hex, and gives the issuer's CN and the hex serial to look up. False when
 // there is no such reference, the issuer name has no CN, or that certificate was already
 // decoded in this resolution (so the store is not asked).
-bool issuerSerialToLookUp(ClsXml& keyInfo, const StringHashSet& seen, StringBuffer& issuerCN,
-                          StringBuffer& serialHex, LogBase& log);
+bool issuerSerialToLookUp(ClsXml& keyInfo, const StringHashSet& seen, StringBuffer& issuerCN, StringBuffer& serialHex,
+                          LogBase& log);
 
 // X509Data/X509SubjectName with non-empty content, not already decoded in this resolution.
 // Gives the DN with its components reversed, the order the store is searched in.

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "crypto/OsslPtr.h"
 #include "crypto/CertRecord.h"
 #include "crypto/CertSummary.h"
 #include "crypto/ClsPublicKey.h"
+#include "crypto/OsslPtr.h"
 #include "crypto/SystemCerts.h"
 #include "dsig/ClsXmlDSig.h"
 #include "dsig/keys/SignerState.h"

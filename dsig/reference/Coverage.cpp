@@ -38,7 +38,8 @@ void describe(const xml::XmlTree& tree, const xml::XmlNode& node, CoveredElement
   }
   out.path.clear();
   for (const xml::XmlNode* n = &node; n; n = tree.parentOf(*n))
-    out.path.insert(0, "/" + std::string(tree.tagOf(*n)) + "[" + std::to_string(positionAmongNamesakes(tree, *n)) + "]");
+    out.path.insert(0,
+                    "/" + std::string(tree.tagOf(*n)) + "[" + std::to_string(positionAmongNamesakes(tree, *n)) + "]");
   out.start = node.start;
   out.end = node.end;
 }
@@ -129,8 +130,7 @@ void ClsXmlDSig::recordSameDocumentCoverage(const StringBuffer& fragment, Covera
       coverage.nodeIndex = carriers.front();
       break;
     }
-    default:
-      return;
+    default: return;
   }
   coverage.hasElement = true;
   describe(*tree, *tree->nodeAt(coverage.nodeIndex), coverage.element);

@@ -26,12 +26,12 @@ class DSigReference {
   // Cuts the SOAP header blocks addressed to the next handler; false (logged) when they cannot be told exactly.
   static bool removeEbXmlFragments(StringBuffer& xml, LogBase& log);
 
-  bool uriOmitted = true;   // no URI attribute at all
+  bool uriOmitted = true;  // no URI attribute at all
   StringBuffer uri;
   StringBuffer id;
   StringBuffer digestMethod;
-  StringBuffer transforms;  // the first Transforms element as XML text, or empty
-  StringBuffer digestValue; // DigestValue content without LF, CR, TAB and space
+  StringBuffer transforms;   // the first Transforms element as XML text, or empty
+  StringBuffer digestValue;  // DigestValue content without LF, CR, TAB and space
 };
 
 // The external data of one reference: bytes, or the path of a file holding them.

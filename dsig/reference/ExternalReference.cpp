@@ -111,10 +111,9 @@ namespace {
 // Digest of an external reference's data: the bytes when given, else the file streamed in
 // chunks so that detached files of any size verify in little memory. `reasonOnFailure`
 // is set to 2 when the file opened but could not be read to its end.
-bool hashExternalData(const DSigRefExternalData& refData, int hashAlg, DataBuffer& digest,
-                      int& reasonOnFailure, LogBase& log) {
-  if (!refData.data.isEmpty())
-    return _btHash::doHash(refData.data.getData2(), refData.data.getSize(), hashAlg, digest);
+bool hashExternalData(const DSigRefExternalData& refData, int hashAlg, DataBuffer& digest, int& reasonOnFailure,
+                      LogBase& log) {
+  if (!refData.data.isEmpty()) return _btHash::doHash(refData.data.getData2(), refData.data.getSize(), hashAlg, digest);
 
   _btFileDataSource source;
   if (!source.openDataSourceFile(refData.filePath.getUtf8(), log)) return false;
@@ -165,8 +164,9 @@ bool ClsXmlDSig::verifyExternalReference(int index, const StringBuffer& uri, Ref
   const DSigRefExternalData* refData = getExtRef(index, false, log);
   DSigRefExternalData foundFile;  // used only when the file is found in ExternalRefDirs
   if (!refData && dirs.getSize() > 0 && climbsOut(uri.view())) {
-    log.LogError("The reference's URI has a \"..\" segment: it is not looked up in ExternalRefDirs, whose files are "
-                 "the only ones a reference may name.");
+    log.LogError(
+        "The reference's URI has a \"..\" segment: it is not looked up in ExternalRefDirs, whose files are "
+        "the only ones a reference may name.");
   } else if (!refData && dirs.getSize() > 0) {
     log.LogDataSb("externalRefFileName", uri);
     // The URI is taken as a relative file name exactly as written: no percent-decoding
@@ -194,8 +194,10 @@ bool ClsXmlDSig::verifyExternalReference(int index, const StringBuffer& uri, Ref
   }
   if (!refData) {
     log.LogError("No external data defined for this reference.");
-    log.LogInfo("Hint 1: Set the IgnoreExternalRefs property to verify without checking digests for external file references.");
-    log.LogInfo("Hint 2: Set the ExternalRefDirs property to specify a set of directories to look for the referenced file.");
+    log.LogInfo(
+        "Hint 1: Set the IgnoreExternalRefs property to verify without checking digests for external file references.");
+    log.LogInfo(
+        "Hint 2: Set the ExternalRefDirs property to specify a set of directories to look for the referenced file.");
     externalDataMissing = true;
     m_refFailReason = 2;
     return false;

@@ -23,8 +23,8 @@ const char* const kInclusiveC14n = "http://www.w3.org/TR/2001/REC-xml-c14n-20010
 const char* const kExclusiveC14n = "http://www.w3.org/2001/10/xml-exc-c14n#";
 
 using dsig_algorithms::AlgorithmRow;
-using dsig_algorithms::StepKind;
 using dsig_algorithms::findAlgorithm;
+using dsig_algorithms::StepKind;
 
 // MyInvois signers digest their SignedProperties as a standalone fragment that declares
 // the namespaces of its ds: children on each of them; the text is rebuilt that way.
@@ -83,7 +83,6 @@ bool decodeBase64Transform(const StringBuffer& data, DataBuffer& decoded, LogBas
 
 }  // namespace
 
-
 bool ClsXmlDSig::canonicalizeStep(ClsXml* transform, StringBuffer& data, const StringBuffer& algorithm,
                                   const StringBuffer& uri, ReferencePipeline& pipe, bool toDigest, LogBase& log) {
   const AlgorithmRow* row = findAlgorithm(algorithm.view());
@@ -120,10 +119,11 @@ bool ClsXmlDSig::canonicalizeStep(ClsXml* transform, StringBuffer& data, const S
 
   size_t produced = 0;
   std::function<void(std::string_view)> sink;
-  if (toDigest) sink = [&pipe, &produced](std::string_view piece) {
-    produced += piece.size();
-    pipe.streamPiece(piece);
-  };
+  if (toDigest)
+    sink = [&pipe, &produced](std::string_view piece) {
+      produced += piece.size();
+      pipe.streamPiece(piece);
+    };
 
   // In place, the input is the document less its cut spans: the element is read inside
   // its context, or the document with one cut where the canonicalizer can skip it.
@@ -180,8 +180,7 @@ bool ClsXmlDSig::canonicalizeStep(ClsXml* transform, StringBuffer& data, const S
                                        startOffset);
   // The SWIFT adjustment after the transforms needs the text itself: write it once more.
   if (ok && toDigest && pipe.streamed.sawSwiftSaaNamespace())
-    ok = canonicalizeTransformInput(transform, *input, cutStart, cutLength, method, uri, out, {}, log,
-                                    startOffset);
+    ok = canonicalizeTransformInput(transform, *input, cutStart, cutLength, method, uri, out, {}, log, startOffset);
   if (!ok) return false;
   if (!chargeCanonicalBytes(produced + out.getSize(), log)) {
     m_refFailReason = kRefFailLimit;
@@ -230,8 +229,8 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, ReferencePipeline& pip
   // 3. The transforms. The final canonicalization is hashed as it is written (when it
   // streams, the chain's last step is that canonicalization, so reaching the digest means
   // it was hashed), unless a family adjustment after it needs the text.
-  const bool streams = family().digestMayStream() &&
-                       pipe.finalCanonicalizationStreams(uri.isEmpty()) && pipe.beginStream(pipe.ref.getHashAlg(), log);
+  const bool streams = family().digestMayStream() && pipe.finalCanonicalizationStreams(uri.isEmpty()) &&
+                       pipe.beginStream(pipe.ref.getHashAlg(), log);
   ChainOutcome chain;
   if (!pipe.hasTransforms()) {
     if (!impliedChain(uri, pipe, data, streams, log)) return false;
@@ -355,8 +354,7 @@ bool ClsXmlDSig::runStep(const TransformStep& step, const StringBuffer& uri, Ref
       if (canonicalizeStep(step.element.get(), data, step.algorithm, uri, pipe, toDigest, log)) return true;
       if (m_refFailReason == 99) m_refFailReason = 5;
       return false;
-    case StepKind::Base64:
-      return true;  // the digest is taken over the decoded text
+    case StepKind::Base64: return true;  // the digest is taken over the decoded text
     default:
       log.LogError(("Unknown transform algorithm: " + std::string(step.algorithm.view())).c_str());
       m_refFailReason = kRefFailUnknownAlgorithm;

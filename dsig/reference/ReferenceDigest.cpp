@@ -36,8 +36,7 @@ void ClsXmlDSig::splitExternalRefDirs(ExtPtrArraySb& dirs) const {
   m_externalRefDirs.getUtf8Sb().split(dirs, ';', true, true);
 }
 
-bool ClsXmlDSig::verifyReferenceDigest(int index, bool& externalDataMissing, ExtPtrArraySb& dirs,
-                                       LogBase& log) {
+bool ClsXmlDSig::verifyReferenceDigest(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log) {
   LogContextExitor ctx(log, "verifyReferenceDigest");
   // Each attempt starts a fresh result; the last one is the reference's.
   ReferenceResult result;
@@ -91,8 +90,8 @@ bool ClsXmlDSig::verifyReferenceDigestRetrying(int index, ReferenceResult& resul
   return false;
 }
 
-bool ClsXmlDSig::referenceAttempt(int index, ReferenceResult& result, bool& externalDataMissing,
-                                  ExtPtrArraySb& dirs, LogBase& log) {
+bool ClsXmlDSig::referenceAttempt(int index, ReferenceResult& result, bool& externalDataMissing, ExtPtrArraySb& dirs,
+                                  LogBase& log) {
   LogContextExitor ctx(log, "verifyReferenceDigest_inner");
   externalDataMissing = false;
   m_refFailReason = 99;

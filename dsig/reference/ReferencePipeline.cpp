@@ -50,14 +50,11 @@ bool ReferencePipeline::finalCanonicalizationStreams(bool wholeDocument) const {
   for (size_t i = 0; i < m_steps.size(); ++i) {
     if (!m_steps[i].element) return false;
     switch (m_steps[i].kind) {
-      case StepKind::EnvelopedSignature:
-        enveloped = true;
-        break;
+      case StepKind::EnvelopedSignature: enveloped = true; break;
       case StepKind::Canonical:
         if (i != m_steps.size() - 1) return false;
         break;
-      default:
-        return false;  // base64 reads the canonical text; anything else fails the reference
+      default: return false;  // base64 reads the canonical text; anything else fails the reference
     }
   }
   return enveloped || !wholeDocument;

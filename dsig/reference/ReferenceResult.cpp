@@ -31,9 +31,10 @@ nlohmann::ordered_json coverageJson(const Coverage& c) {
   }
   j["removed"] = removed;
   if (c.kind == "external") {
-    j["external"] = {{"uri", c.externalUri},
-                     {"source", c.externalSource},
-                     {"file", c.externalFile.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(c.externalFile)}};
+    j["external"] = {
+        {"uri", c.externalUri},
+        {"source", c.externalSource},
+        {"file", c.externalFile.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(c.externalFile)}};
   } else {
     j["external"] = nullptr;
   }

@@ -31,7 +31,7 @@ struct Coverage {
   std::string kind = "none";  // document, element, external, none
   bool hasElement = false;    // element (the document element for kind document)
   CoveredElement element;
-  uint32_t nodeIndex = 0;     // of element in the loaded tree, when hasElement
+  uint32_t nodeIndex = 0;  // of element in the loaded tree, when hasElement
   std::vector<RemovedPart> removed;
   std::string externalUri;
   std::string externalSource = "none";  // caller-data, file, none

@@ -42,8 +42,7 @@ void StreamedDigest::watch(std::string_view piece) {
   joint.append(piece.substr(0, keep));
   for (const std::string_view text : {std::string_view(joint), piece}) {
     if (!m_sawSwiftSaa && contains(text, swift)) m_sawSwiftSaa = true;
-    if (!m_sawSignedProperties && contains(text, kSignedProperties))
-      m_sawSignedProperties = true;
+    if (!m_sawSignedProperties && contains(text, kSignedProperties)) m_sawSignedProperties = true;
   }
   if (piece.size() >= keep) {
     m_tail.assign(piece.substr(piece.size() - keep));

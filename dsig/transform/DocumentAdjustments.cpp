@@ -151,8 +151,8 @@ bool _clsXmlDSigBase::zatcaTransformInvoice(StringBuffer& xml, LogBase& log) {
   }
 
   xml.removeDelimited("<ext:UBLExtensions>", "</ext:UBLExtensions>", true, true);
-  xml.removeDelimitedIfContains("<cac:AdditionalDocumentReference>", "</cac:AdditionalDocumentReference>",
-                                "<cbc:ID>QR", true, true);
+  xml.removeDelimitedIfContains("<cac:AdditionalDocumentReference>", "</cac:AdditionalDocumentReference>", "<cbc:ID>QR",
+                                true, true);
   xml.removeDelimited("<cac:Signature>", "</cac:Signature>", true, true);
   return true;
 }

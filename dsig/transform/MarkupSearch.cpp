@@ -44,14 +44,10 @@ size_t findInMarkup(std::string_view xml, std::string_view needle, size_t from) 
   while (i < xml.size()) {
     if (xml[i] == '<') {
       size_t skipTo = 0;
-      if (startsAt(xml, i, "<!--"))
-        skipTo = pastDelimited(xml, i, "<!--", "-->");
-      else if (startsAt(xml, i, "<![CDATA["))
-        skipTo = pastDelimited(xml, i, "<![CDATA[", "]]>");
-      else if (startsAt(xml, i, "<?"))
-        skipTo = pastDelimited(xml, i, "<?", "?>");
-      else if (startsAt(xml, i, "<!DOCTYPE"))
-        skipTo = pastDoctype(xml, i);
+      if (startsAt(xml, i, "<!--")) skipTo = pastDelimited(xml, i, "<!--", "-->");
+      else if (startsAt(xml, i, "<![CDATA[")) skipTo = pastDelimited(xml, i, "<![CDATA[", "]]>");
+      else if (startsAt(xml, i, "<?")) skipTo = pastDelimited(xml, i, "<?", "?>");
+      else if (startsAt(xml, i, "<!DOCTYPE")) skipTo = pastDoctype(xml, i);
       if (skipTo != 0) {
         i = skipTo;
         continue;

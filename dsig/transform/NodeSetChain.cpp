@@ -76,7 +76,8 @@ bool readExpressions(ClsXml* transform, bool filter2, const xml::NodeSetState& s
     f.expression = content.str();
     f.filter = filter.str();
     uint32_t holder = state.findElementWithText("XPath", f.expression, signature);
-    if (holder == UINT32_MAX && signature != UINT32_MAX) holder = state.findElementWithText("XPath", f.expression, UINT32_MAX);
+    if (holder == UINT32_MAX && signature != UINT32_MAX)
+      holder = state.findElementWithText("XPath", f.expression, UINT32_MAX);
     if (ownParsed) {
       const uint32_t inOwn = own.findElementWithText("XPath", f.expression, UINT32_MAX);
       if (inOwn != UINT32_MAX) f.namespaces = own.namespacesAt(inOwn);
@@ -97,8 +98,7 @@ bool readExpressions(ClsXml* transform, bool filter2, const xml::NodeSetState& s
 
 }  // namespace
 
-bool _clsXmlDSigBase::isTextXPathPattern(ClsXml* transform, const StringBuffer& algorithm,
-                                         const StringBuffer& xpath) {
+bool _clsXmlDSigBase::isTextXPathPattern(ClsXml* transform, const StringBuffer& algorithm, const StringBuffer& xpath) {
   const bool filter2 = algorithm.containsSubstring("http://www.w3.org/2002/06/xmldsig-filter2");
   if (xpath.containsSubstring("Signature") &&
       (xpath.containsSubstring("not(ancestor-or-self") || xpath.containsSubstring("not(//ancestor-or-self")))
@@ -214,10 +214,8 @@ bool ClsXmlDSig::nodeSetTransforms(ClsXml* transforms, const StringBuffer& uri, 
       }
       case StepKind::EnvelopedSignature:
         envelopedApplied = true;
-        if (signature != UINT32_MAX)
-          state.removeSubtree(signature);
-        else
-          log.LogInfo("The signature is not part of the transformed data; nothing to remove.");
+        if (signature != UINT32_MAX) state.removeSubtree(signature);
+        else log.LogInfo("The signature is not part of the transformed data; nothing to remove.");
         break;
       case StepKind::Canonical:
         if (!writeNodeSet(canonOptionsOf(*row, transform.get()))) return false;

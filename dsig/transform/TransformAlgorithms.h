@@ -10,17 +10,17 @@ namespace dsig_algorithms {
 enum class StepKind {
   Unknown,
   EnvelopedSignature,
-  Canonical,      // a canonicalization (see CanonicalForm)
-  XPath,          // XPath 1.0 filter
-  XPathFilter2,   // XPath Filter 2.0
+  Canonical,     // a canonicalization (see CanonicalForm)
+  XPath,         // XPath 1.0 filter
+  XPathFilter2,  // XPath Filter 2.0
   Base64,
 };
 
 enum class CanonicalForm {
   None,
-  Inclusive10,   // Canonical XML 1.0
-  Exclusive10,   // Exclusive XML Canonicalization 1.0
-  Inclusive11,   // Canonical XML 1.1
+  Inclusive10,  // Canonical XML 1.0
+  Exclusive10,  // Exclusive XML Canonicalization 1.0
+  Inclusive11,  // Canonical XML 1.1
 };
 
 struct AlgorithmRow {

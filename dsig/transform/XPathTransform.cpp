@@ -144,7 +144,8 @@ bool _clsXmlDSigBase::transformXPath(ClsXml* transform, StringBuffer& xml, const
       // MyInvois keeps its first UBLExtensions block and drops the second.
       using markupsearch::findInMarkup;
       const size_t first = findInMarkup(xml.view(), startTag);
-      const size_t second = first == StringBuffer::npos ? StringBuffer::npos : findInMarkup(xml.view(), startTag, first + 3);
+      const size_t second = first == StringBuffer::npos ? StringBuffer::npos
+                                                        : findInMarkup(xml.view(), startTag, first + 3);
       const size_t close = second == StringBuffer::npos ? StringBuffer::npos : findInMarkup(xml.view(), endTag, second);
       if (close != StringBuffer::npos) {
         xml.removeChunk(second, close + endTag.size() - second);

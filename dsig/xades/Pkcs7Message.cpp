@@ -19,16 +19,36 @@
 
 namespace {
 
-struct CmsFree { void operator()(CMS_ContentInfo* p) const { CMS_ContentInfo_free(p); } };
-struct BioFree { void operator()(BIO* p) const { BIO_free(p); } };
-struct TsReqFree { void operator()(TS_REQ* p) const { TS_REQ_free(p); } };
-struct TsImprintFree { void operator()(TS_MSG_IMPRINT* p) const { TS_MSG_IMPRINT_free(p); } };
-struct AlgorFree { void operator()(X509_ALGOR* p) const { X509_ALGOR_free(p); } };
-struct Asn1IntFree { void operator()(ASN1_INTEGER* p) const { ASN1_INTEGER_free(p); } };
-struct TsRespFree { void operator()(TS_RESP* p) const { TS_RESP_free(p); } };
-struct TstInfoFree { void operator()(TS_TST_INFO* p) const { TS_TST_INFO_free(p); } };
-struct CertStackFree { void operator()(STACK_OF(X509)* p) const { sk_X509_pop_free(p, X509_free); } };
-struct BnFree { void operator()(BIGNUM* p) const { BN_free(p); } };
+struct CmsFree {
+  void operator()(CMS_ContentInfo* p) const { CMS_ContentInfo_free(p); }
+};
+struct BioFree {
+  void operator()(BIO* p) const { BIO_free(p); }
+};
+struct TsReqFree {
+  void operator()(TS_REQ* p) const { TS_REQ_free(p); }
+};
+struct TsImprintFree {
+  void operator()(TS_MSG_IMPRINT* p) const { TS_MSG_IMPRINT_free(p); }
+};
+struct AlgorFree {
+  void operator()(X509_ALGOR* p) const { X509_ALGOR_free(p); }
+};
+struct Asn1IntFree {
+  void operator()(ASN1_INTEGER* p) const { ASN1_INTEGER_free(p); }
+};
+struct TsRespFree {
+  void operator()(TS_RESP* p) const { TS_RESP_free(p); }
+};
+struct TstInfoFree {
+  void operator()(TS_TST_INFO* p) const { TS_TST_INFO_free(p); }
+};
+struct CertStackFree {
+  void operator()(STACK_OF(X509) * p) const { sk_X509_pop_free(p, X509_free); }
+};
+struct BnFree {
+  void operator()(BIGNUM* p) const { BN_free(p); }
+};
 
 // Moves OpenSSL's queued errors into the log so none is left behind for a later call.
 void drainOpenSslErrors(LogBase& log) {
@@ -66,8 +86,7 @@ struct Pkcs7Message::Impl {
 Pkcs7Message::Pkcs7Message() : m_impl(std::make_unique<Impl>()) {}
 Pkcs7Message::~Pkcs7Message() = default;
 
-bool Pkcs7Message::loadPkcs7Der(const DataBuffer& der, const char*, int, bool& isSigned, SystemCerts*,
-                                LogBase& log) {
+bool Pkcs7Message::loadPkcs7Der(const DataBuffer& der, const char*, int, bool& isSigned, SystemCerts*, LogBase& log) {
   LogContextExitor ctx(log, "loadPkcs7Der");
   isSigned = false;
   const unsigned char* p = der.getData2();

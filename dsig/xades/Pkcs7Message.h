@@ -45,8 +45,8 @@ class Pkcs7Message {
   //   "tsaUsername", "tsaPassword"  HTTP basic authentication, when given
   // The HTTP object comes from cades (a default one is used when the caller set none).
   // token receives the DER of the token (a CMS ContentInfo).
-  static bool getTimestampToken(ClsJsonObject& options, const DataBuffer& data, _clsCades& cades,
-                                DataBuffer& token, LogBase& log);
+  static bool getTimestampToken(ClsJsonObject& options, const DataBuffer& data, _clsCades& cades, DataBuffer& token,
+                                LogBase& log);
 
  private:
   struct Impl;

@@ -85,8 +85,7 @@ bool digestMatches(ClsXml& cert, const DataBuffer& der, const std::vector<std::s
     if (algorithm.view() == d.uri) name = d.name;
   const std::string written = withoutSpace(childText(cert, "*:CertDigest|*:DigestValue"));
   DataBuffer value;
-  if (!name || written.empty() || !ContentCoding::decodeBase64ToDb(written.data(), written.size(), value))
-    return false;
+  if (!name || written.empty() || !ContentCoding::decodeBase64ToDb(written.data(), written.size(), value)) return false;
   const std::string stored(reinterpret_cast<const char*>(value.getData2()), value.getSize());
 
   std::string digest;
@@ -162,7 +161,8 @@ bool issuerSerialV2Matches(const std::string& base64, X509* cert) {
   DataBuffer written;
   const std::string text = withoutSpace(base64);
   if (!ContentCoding::decodeBase64ToDb(text.data(), text.size(), written)) return false;
-  const std::string name = derOf(X509_get_issuer_name(cert), [](X509_NAME* n, unsigned char** b) { return i2d_X509_NAME(n, b); });
+  const std::string name = derOf(X509_get_issuer_name(cert),
+                                 [](X509_NAME* n, unsigned char** b) { return i2d_X509_NAME(n, b); });
   const std::string serial = derOf(const_cast<ASN1_INTEGER*>(X509_get0_serialNumber(cert)),
                                    [](ASN1_INTEGER* i, unsigned char** b) { return i2d_ASN1_INTEGER(i, b); });
   const std::string expected = derTlv(0x30, derTlv(0x30, derTlv(0xA4, name)) + serial);
@@ -214,8 +214,9 @@ bool signingCertificateMatches(ClsXml& signature, const DataBuffer& signerDer,
     if (!entry) break;
     if (certEntryMatches(*entry, signerDer, cert.get(), signerTexts)) return true;
   }
-  error = "The signing certificate named in the signed properties is not the certificate that verified the "
-          "signature.";
+  error =
+      "The signing certificate named in the signed properties is not the certificate that verified the "
+      "signature.";
   return false;
 }
 

@@ -62,10 +62,8 @@ VerifyOutcome verifyOne(const cli::VerifyRequest& req, Document doc) {
   }
   out.loaded = verdict.loaded;
   out.error = verdict.error;
-  if (req.report)
-    out.objects.push_back(cli::buildValidationReport(verdict, req));
-  else
-    out.objects = cli::verdictJson(verdict, req);
+  if (req.report) out.objects.push_back(cli::buildValidationReport(verdict, req));
+  else out.objects = cli::verdictJson(verdict, req);
   return out;
 }
 

@@ -20,18 +20,12 @@ py::object toPython(const nlohmann::ordered_json& value) {
   using Type = nlohmann::ordered_json::value_t;
   switch (value.type()) {
     case Type::null:
-    case Type::discarded:
-      return py::none();
-    case Type::boolean:
-      return py::bool_(value.get<bool>());
-    case Type::number_integer:
-      return py::int_(value.get<long long>());
-    case Type::number_unsigned:
-      return py::int_(value.get<unsigned long long>());
-    case Type::number_float:
-      return py::float_(value.get<double>());
-    case Type::string:
-      return toStr(value.get_ref<const std::string&>());
+    case Type::discarded: return py::none();
+    case Type::boolean: return py::bool_(value.get<bool>());
+    case Type::number_integer: return py::int_(value.get<long long>());
+    case Type::number_unsigned: return py::int_(value.get<unsigned long long>());
+    case Type::number_float: return py::float_(value.get<double>());
+    case Type::string: return toStr(value.get_ref<const std::string&>());
     case Type::array: {
       py::list list;
       for (const auto& item : value) list.append(toPython(item));
@@ -42,8 +36,7 @@ py::object toPython(const nlohmann::ordered_json& value) {
       for (const auto& item : value.items()) dict[toStr(item.key())] = toPython(item.value());
       return std::move(dict);
     }
-    case Type::binary:
-      break;
+    case Type::binary: break;
   }
   return py::none();
 }

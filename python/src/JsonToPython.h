@@ -2,8 +2,8 @@
 // so that a dict holds exactly what a JSON line holds.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <pybind11/pybind11.h>
+#include <nlohmann/json.hpp>
 
 namespace pyxmldsig {
 

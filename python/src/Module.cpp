@@ -89,7 +89,7 @@ py::list verifyLines(const std::vector<std::string>& paths, const OptionValues& 
 }
 
 py::bytes canonicalizeCall(const py::bytes& data, bool exclusive, bool withComments,
-                       const std::optional<std::string>& fragment, const std::string& prefixes) {
+                           const std::optional<std::string>& fragment, const std::string& prefixes) {
   const std::string bytes = data;
   CanonicalizeRequest request;
   request.exclusive = exclusive;
@@ -127,8 +127,9 @@ PYBIND11_MODULE(_native, m) {
         "The info --json object of a document: data, or the file name when data is None.");
   m.def("verify_lines", &verifyLines, py::arg("paths"), py::arg("options"),
         "(JSON line, status 0 valid / 1 invalid / 2 not verified) for every result of each file.");
-  m.def("check_options", [](const OptionValues& options) { requestOrRaise(options); }, py::arg("options"),
-        "Raises ValueError for options verify would refuse (a value, key or file that cannot be used).");
+  m.def(
+      "check_options", [](const OptionValues& options) { requestOrRaise(options); }, py::arg("options"),
+      "Raises ValueError for options verify would refuse (a value, key or file that cannot be used).");
   m.def("canonicalize", &canonicalizeCall, py::arg("data"), py::arg("exclusive"), py::arg("with_comments"),
         py::arg("fragment_id"), py::arg("prefixes"),
         "The UTF-8 canonical form of XML bytes, or of the element fragment_id names.");

@@ -61,8 +61,7 @@ void appendUtf8(std::string& out, uint32_t cp) {
 // declaration of an entity or attribute is binding, as in XML.
 class XmlSubsetParser {
  public:
-  XmlSubsetParser(XmlDtd& dtd, std::string_view s, std::string& error)
-      : m_dtd(dtd), m_s(s), m_error(error) {}
+  XmlSubsetParser(XmlDtd& dtd, std::string_view s, std::string& error) : m_dtd(dtd), m_s(s), m_error(error) {}
 
   bool run() {
     while (true) {
@@ -102,8 +101,7 @@ class XmlSubsetParser {
     while (m_p < m_s.size() && isXmlSpace(m_s[m_p])) ++m_p;
   }
   bool requireSpace(const char* where) {
-    if (m_p >= m_s.size() || !isXmlSpace(m_s[m_p]))
-      return fail(m_p, std::string("white space expected ") + where);
+    if (m_p >= m_s.size() || !isXmlSpace(m_s[m_p])) return fail(m_p, std::string("white space expected ") + where);
     skipSpace();
     return true;
   }
@@ -246,8 +244,7 @@ class XmlSubsetParser {
       } else if (c == '&' && i + 1 < literal.size() && literal[i + 1] == '#') {
         const size_t semi = literal.find(';', i + 2);
         uint32_t cp = 0;
-        if (semi == std::string_view::npos || semi - i > 12 ||
-            !decodeCharRef(literal.substr(i + 2, semi - i - 2), cp))
+        if (semi == std::string_view::npos || semi - i > 12 || !decodeCharRef(literal.substr(i + 2, semi - i - 2), cp))
           return fail(literalAt + i, "invalid character reference in an entity value");
         appendUtf8(out, cp);
         i = semi;
@@ -314,8 +311,7 @@ class XmlSubsetParser {
     const size_t valueAt = m_p;
     std::string_view literal;
     if (!quoted(literal, "attribute default")) return false;
-    if (literal.find('<') != std::string_view::npos)
-      return fail(valueAt, "'<' is not allowed in an attribute default");
+    if (literal.find('<') != std::string_view::npos) return fail(valueAt, "'<' is not allowed in an attribute default");
     decl.defaultValue.assign(literal.data(), literal.size());
     decl.hasDefault = true;
     return true;

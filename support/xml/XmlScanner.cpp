@@ -121,10 +121,8 @@ bool parseReference(std::string_view raw, size_t at, Reference& ref) {
 // attribute values every TAB, CR and LF then becomes a space.
 void appendLiteral(std::string& out, std::string_view s, bool attribute, bool fromDocument) {
   if (!attribute) {
-    if (fromDocument)
-      appendNormalisedLineEnds(out, s);
-    else
-      out.append(s.data(), s.size());
+    if (fromDocument) appendNormalisedLineEnds(out, s);
+    else out.append(s.data(), s.size());
     return;
   }
   for (size_t i = 0; i < s.size(); ++i) {
@@ -142,8 +140,8 @@ void appendLiteral(std::string& out, std::string_view s, bool attribute, bool fr
 
 // Reference expansion shared by the scanner and the tree. `limit` bounds out's size
 // while entity text is being appended (the expansion cap).
-bool expandRefs(const XmlDtd& dtd, std::string_view raw, std::string& out, bool attribute, int level,
-                size_t limit, std::string& error) {
+bool expandRefs(const XmlDtd& dtd, std::string_view raw, std::string& out, bool attribute, int level, size_t limit,
+                std::string& error) {
   size_t i = 0;
   while (i < raw.size()) {
     const size_t amp = findByte(raw, '&', i);
@@ -166,8 +164,7 @@ bool expandRefs(const XmlDtd& dtd, std::string_view raw, std::string& out, bool 
       // entity text inside an attribute value, where white space becomes a space.
       if (attribute && level > 0 && (ref.codePoint == 0x9 || ref.codePoint == 0xA || ref.codePoint == 0xD))
         out.push_back(' ');
-      else
-        appendUtf8(out, ref.codePoint);
+      else appendUtf8(out, ref.codePoint);
     } else if (isPredefinedEntity(ref.name, &predefined)) {
       out.push_back(predefined);
     } else {
@@ -213,8 +210,7 @@ void collapseSpaces(std::string& out, size_t from) {
   out.resize(w);
 }
 
-bool expandWithLimit(const XmlDtd& dtd, std::string_view raw, std::string& out, bool attribute,
-                     std::string& error) {
+bool expandWithLimit(const XmlDtd& dtd, std::string_view raw, std::string& out, bool attribute, std::string& error) {
   const size_t limit = out.size() + raw.size() + kMaxEntityExpansionBytes;
   return expandRefs(dtd, raw, out, attribute, 0, limit, error);
 }
@@ -499,15 +495,15 @@ bool XmlScanner::scanEndTag(XmlToken& tok) {
   if (!expected.empty() && n - q > expected.size() && m_text.compare(q, expected.size(), expected) == 0 &&
       !isXmlNameByte(m_text[q + expected.size()]))
     q += expected.size();
-  else
-    q = scanName(p + 2);
+  else q = scanName(p + 2);
   if (q == p + 2) return fail(p, "end tag without a name");
   const std::string_view name = m_text.substr(p + 2, q - p - 2);
   while (q < n && isXmlSpace(m_text[q])) ++q;
   if (q >= n || m_text[q] != '>') return fail(q, "'>' expected at the end of end tag </" + std::string(name) + ">");
   if (m_open.empty()) return fail(p, "end tag </" + std::string(name) + "> has no matching start tag");
   if (m_open.back() != name)
-    return fail(p, "end tag </" + std::string(name) + "> does not match start tag <" + std::string(m_open.back()) + ">");
+    return fail(p,
+                "end tag </" + std::string(name) + "> does not match start tag <" + std::string(m_open.back()) + ">");
   tok.type = XmlTokenType::EndTag;
   tok.name = name;
   tok.depth = m_open.size();
@@ -532,12 +528,12 @@ bool XmlScanner::scanStartTag(XmlToken& tok) {
   if (q == p + 1) return fail(p, "'<' must start a tag; write &lt; for a literal '<'");
   const std::string_view name = m_text.substr(p + 1, q - p - 1);
   if (name.size() > kMaxNameLength)
-    return fail(p + 1, "element name longer than the limit of " + std::to_string(kMaxNameLength) +
-                           " bytes (kMaxNameLength)");
+    return fail(p + 1,
+                "element name longer than the limit of " + std::to_string(kMaxNameLength) + " bytes (kMaxNameLength)");
   if (m_rootClosed) return fail(p, "only one document element is allowed; <" + std::string(name) + "> follows it");
   if (m_open.size() >= kMaxElementDepth)
-    return fail(p, "elements nested deeper than the limit of " + std::to_string(kMaxElementDepth) +
-                       " (kMaxElementDepth)");
+    return fail(p,
+                "elements nested deeper than the limit of " + std::to_string(kMaxElementDepth) + " (kMaxElementDepth)");
   tok.type = XmlTokenType::StartTag;
   tok.name = name;
   // Built only for messages: no allocation on the normal path.
@@ -661,9 +657,7 @@ bool XmlScanner::addDefaultAttributes(XmlToken& tok) {
 // defined, internal, free of markup, within the nesting and expansion bounds. The
 // expanded size of each entity is computed once and added up per reference, so a
 // billion-laughs document fails here without expanding anything.
-bool XmlScanner::checkReferences(std::string_view raw, size_t offset) {
-  return checkReferences(raw, offset, false);
-}
+bool XmlScanner::checkReferences(std::string_view raw, size_t offset) { return checkReferences(raw, offset, false); }
 
 bool XmlScanner::checkReferences(std::string_view raw, size_t offset, bool oneLocation) {
   const size_t base = offset;
@@ -683,7 +677,7 @@ bool XmlScanner::checkReferences(std::string_view raw, size_t offset, bool oneLo
       m_expandedBytes += length;
       if (m_expandedBytes > kMaxEntityExpansionBytes)
         return fail(offset, "entity expansion exceeds the limit of " + std::to_string(kMaxEntityExpansionBytes) +
-                                      " bytes (kMaxEntityExpansionBytes)");
+                                " bytes (kMaxEntityExpansionBytes)");
     }
     i = amp + ref.length;
   }

@@ -21,19 +21,19 @@
 namespace xml {
 
 // Limits. Each failure names the limit in its message.
-constexpr size_t kMaxElementDepth = 5000;            // nesting of elements
-constexpr size_t kMaxAttributesPerElement = 50000;   // attributes on one start tag
-constexpr size_t kMaxNameLength = 50000;             // bytes in one element or attribute name
+constexpr size_t kMaxElementDepth = 5000;           // nesting of elements
+constexpr size_t kMaxAttributesPerElement = 50000;  // attributes on one start tag
+constexpr size_t kMaxNameLength = 50000;            // bytes in one element or attribute name
 
 enum class XmlTokenType {
-  XmlDecl,     // <?xml ... ?>            content = the text between "<?xml" and "?>"
-  Doctype,     // <!DOCTYPE ...>          content = the internal subset (between [ and ]), may be empty
-  StartTag,    // <a ...> or <a .../>     name, attributes, selfClosing
-  EndTag,      // </a>                    name (never reported for a self-closing start tag)
-  Text,        // character data          content = raw text, references not expanded
-  CData,       // <![CDATA[...]]>         content = the section's body
-  Comment,     // <!--...-->              content = the comment's body
-  PI,          // <?target data?>         name = target, content = data (leading blanks skipped)
+  XmlDecl,   // <?xml ... ?>            content = the text between "<?xml" and "?>"
+  Doctype,   // <!DOCTYPE ...>          content = the internal subset (between [ and ]), may be empty
+  StartTag,  // <a ...> or <a .../>     name, attributes, selfClosing
+  EndTag,    // </a>                    name (never reported for a self-closing start tag)
+  Text,      // character data          content = raw text, references not expanded
+  CData,     // <![CDATA[...]]>         content = the section's body
+  Comment,   // <!--...-->              content = the comment's body
+  PI,        // <?target data?>         name = target, content = data (leading blanks skipped)
 };
 
 struct XmlAttribute {
@@ -42,7 +42,7 @@ struct XmlAttribute {
   size_t start = 0;           // offset of the name in the text
   size_t end = 0;             // offset just past the closing quote
   char quote = '"';
-  bool defaulted = false;     // supplied by a DTD ATTLIST default (rawValue points into the DTD)
+  bool defaulted = false;  // supplied by a DTD ATTLIST default (rawValue points into the DTD)
 };
 
 struct XmlToken {
@@ -118,12 +118,12 @@ class XmlScanner {
   std::vector<std::string_view> m_open;  // names of the open elements
   bool m_rootSeen = false;
   bool m_rootClosed = false;
-  bool m_pendingEnd = false;             // a self-closing tag's implied end has been consumed
+  bool m_pendingEnd = false;  // a self-closing tag's implied end has been consumed
   std::string m_error;
   size_t m_errorOffset = 0;
   XmlDtd m_dtd;
   size_t m_expandedBytes = 0;
-  size_t m_bodyStart = 0;                // 3 after a UTF-8 byte-order mark, else 0
+  size_t m_bodyStart = 0;  // 3 after a UTF-8 byte-order mark, else 0
   bool m_doctypeSeen = false;
   // Expanded length of each entity referenced so far (memo for the expansion bound).
   std::unordered_map<const XmlEntity*, size_t> m_entityLength;
@@ -135,8 +135,7 @@ class XmlScanner {
 // scanner (the element tree). Same rules as XmlScanner::decodeText and
 // decodeAttributeValue; on failure *error (when given) says why, without a location.
 bool expandText(const XmlDtd& dtd, std::string_view raw, std::string& out, std::string* error);
-bool expandAttributeValue(const XmlDtd& dtd, std::string_view raw, std::string& out, bool nonCdata,
-                          std::string* error);
+bool expandAttributeValue(const XmlDtd& dtd, std::string_view raw, std::string& out, bool nonCdata, std::string* error);
 
 // Helpers for names.
 inline std::string_view prefixOf(std::string_view qname) {

@@ -181,15 +181,12 @@ bool XmlTree::build(std::string& error) {
         piece.end = static_cast<uint32_t>(piece.start + tok.content.size());
         piece.cdata = tok.type == XmlTokenType::CData;
         Open& o = open.back();
-        if (o.lastText == kNoIndex)
-          m_nodes[o.node].firstText = pieceIndex;
-        else
-          m_texts[o.lastText].next = pieceIndex;
+        if (o.lastText == kNoIndex) m_nodes[o.node].firstText = pieceIndex;
+        else m_texts[o.lastText].next = pieceIndex;
         o.lastText = pieceIndex;
         break;
       }
-      default:
-        break;
+      default: break;
     }
   }
   if (scanner.hasError()) {

@@ -11,8 +11,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unordered_map>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -54,10 +54,10 @@ constexpr uint32_t tagTailOf(std::string_view name) {
 }
 
 struct XmlNode {
-  uint32_t start = 0;         // offset of '<' of the start tag; the tag name follows it
-  uint32_t end = 0;           // offset just past the end tag (or "/>")
-  uint32_t tagTail = 0;       // tagTailOf(the tag name)
-  uint32_t subtreeEnd = 0;    // index just past the last descendant
+  uint32_t start = 0;           // offset of '<' of the start tag; the tag name follows it
+  uint32_t end = 0;             // offset just past the end tag (or "/>")
+  uint32_t tagTail = 0;         // tagTailOf(the tag name)
+  uint32_t subtreeEnd = 0;      // index just past the last descendant
   uint32_t parent = kNoIndex;   // index of the parent element (none for the root)
   uint32_t firstChildSlot = 0;  // into the tree's child table
   uint32_t numChildren = 0;
@@ -98,9 +98,7 @@ class XmlTree {
 
   // Qualified tag name as written.
   std::string_view tagOf(const XmlNode& node) const { return m_view.substr(node.start + 1, node.tagLength); }
-  XmlNode* parentOf(const XmlNode& node) {
-    return node.parent == kNoIndex ? nullptr : &m_nodes[node.parent];
-  }
+  XmlNode* parentOf(const XmlNode& node) { return node.parent == kNoIndex ? nullptr : &m_nodes[node.parent]; }
   const XmlNode* parentOf(const XmlNode& node) const {
     return node.parent == kNoIndex ? nullptr : &m_nodes[node.parent];
   }

@@ -31,7 +31,8 @@ TEST(CliC14n, DocumentsFragmentsAndFailures) {
   r = runC14n("--exclusive --fragment f --prefixes b -o " + quote(dir + "/out.xml") + " " + quote(doc));
   EXPECT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(testsupport::readFile(dir + "/out.xml"), "<a:x xmlns:a=\"urn:a\" xmlns:b=\"urn:b\" Id=\"f\" b=\"1\"></a:x>");
+  EXPECT_EQ(testsupport::readFile(dir + "/out.xml"),
+            "<a:x xmlns:a=\"urn:a\" xmlns:b=\"urn:b\" Id=\"f\" b=\"1\"></a:x>");
 
   // The declared encoding is honoured; the output is UTF-8.
   const std::string latin1 = dir + "/latin1.xml";

@@ -19,9 +19,9 @@ using nlohmann::json;
 
 namespace {
 
-using clirun::RunResult;
-using clirun::quote;
 using clirun::binary;
+using clirun::quote;
+using clirun::RunResult;
 using clirun::runShell;
 using clirun::xmldsig;
 
@@ -212,9 +212,9 @@ TEST(CliInfo, EveryCorpusDocument) {
 
   const auto manifest = familiesManifest();
   const bool haveXmllint = runShell("xmllint --version").exitCode == 0;
-  const std::map<std::string, std::string> familyNames = {
-      {"zatca", "zatca"}, {"myinvois", "myinvois"}, {"ebics", "ebics"}, {"ebxml", "ebxml"},
-      {"sunat", "sunat-pe"}, {"skxml", "sk-xml"}};
+  const std::map<std::string, std::string> familyNames = {{"zatca", "zatca"},    {"myinvois", "myinvois"},
+                                                          {"ebics", "ebics"},    {"ebxml", "ebxml"},
+                                                          {"sunat", "sunat-pe"}, {"skxml", "sk-xml"}};
   int checkedCounts = 0;
   for (size_t i = 0; i < docs.size(); ++i) {
     const json& j = lines[i];

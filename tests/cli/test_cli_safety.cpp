@@ -3,8 +3,8 @@
 // (directory, FIFO, missing), verdicts say what was not checked, option keywords are
 // validated, reasons name the cause, and JSON output has one error shape. The cases are
 // data: tests/cli/data/safety.cases (its header describes the format).
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

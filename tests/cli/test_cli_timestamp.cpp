@@ -16,7 +16,8 @@ TEST(CliTimestamp, AddThenCheckAndTheFailuresAUserMeets) {
   const std::string plain = tsa.fixturePath("plain.xml");
   const std::string stamped = testsupport::makeTempDir("cli-ts") + "/stamped.xml";
 
-  clirun::RunResult add = xmldsig("timestamp add " + quote(plain) + " --tsa " + quote(tsa.url()) + " -o " + quote(stamped));
+  clirun::RunResult add = xmldsig("timestamp add " + quote(plain) + " --tsa " + quote(tsa.url()) + " -o " +
+                                  quote(stamped));
   ASSERT_EQ(add.exitCode, 0) << add.err;
   EXPECT_NE(testsupport::readFile(stamped).find("<xades:EncapsulatedTimeStamp"), std::string::npos);
 

@@ -17,8 +17,8 @@ using nlohmann::json;
 
 namespace {
 
-using clirun::RunResult;
 using clirun::quote;
+using clirun::RunResult;
 
 using signedfixtures::fixtures;
 
@@ -58,8 +58,9 @@ TEST(CliVerify, VerdictLinesAndExitStatus) {
 
   r = verify(quote(signedInvoice) + " " + quote(tamperedInvoice));
   EXPECT_EQ(r.exitCode, 1);
-  EXPECT_EQ(withoutSigner(r.out), signedInvoice + ": valid\n" + tamperedInvoice +
-                       ": INVALID (digest mismatch in reference 0 (URI \"\"): the data it covers was changed)\n");
+  EXPECT_EQ(withoutSigner(r.out),
+            signedInvoice + ": valid\n" + tamperedInvoice +
+                ": INVALID (digest mismatch in reference 0 (URI \"\"): the data it covers was changed)\n");
 
   // The signature value alone is intact in a document whose signed content changed.
   const std::string tampered = tamperedCopy("two-refs.xml", "<Item>beta</Item>", "<Item>gamma</Item>");
@@ -155,22 +156,25 @@ TEST(CliVerify, KeysSecretsExternalDataAndOptions) {
   const std::string external = quote(fx("external.xml"));
   // The HMAC value with white space around it, which is trimmed before the comparison.
   const std::string spacedHmac = fixtures().scratch("spaced-hmac.xml");
-  testsupport::writeFile(spacedHmac, signedfixtures::replaced(
-                                         signedfixtures::replaced(testsupport::readFile(fx("hmac.xml")),
-                                                                  "<ds:SignatureValue>", "<ds:SignatureValue>\n    "),
-                                         "</ds:SignatureValue>", "  \n  </ds:SignatureValue>"));
+  testsupport::writeFile(
+      spacedHmac, signedfixtures::replaced(signedfixtures::replaced(testsupport::readFile(fx("hmac.xml")),
+                                                                    "<ds:SignatureValue>", "<ds:SignatureValue>\n    "),
+                                           "</ds:SignatureValue>", "  \n  </ds:SignatureValue>"));
   for (const Case& c : {
-           Case{pkcs1, "INVALID (no key found: KeyInfo yields none (give --key FILE, or --cert/--cert-dir for the "
-                       "certificate it names))"},
+           Case{pkcs1,
+                "INVALID (no key found: KeyInfo yields none (give --key FILE, or --cert/--cert-dir for the "
+                "certificate it names))"},
            Case{"--key " + quote(fx("rsa-pub.pem")) + " " + pkcs1, "valid"},
            Case{"--key " + quote(fx("cert.pem")) + " " + pkcs1, "valid"},
            Case{"--hmac-key secret " + hmac, "valid"},
            Case{"--hmac-key 736563726574 --hmac-encoding hex " + hmac, "valid"},
            Case{"--hmac-key secret " + quote(spacedHmac), "valid"},
-           Case{"--hmac-key Secret " + hmac, "INVALID (wrong key: the HMAC secret given does not verify the signature value)"},
+           Case{"--hmac-key Secret " + hmac,
+                "INVALID (wrong key: the HMAC secret given does not verify the signature value)"},
            Case{hmac, "INVALID (no key: an HMAC signature needs its secret (--hmac-key))"},
-           Case{external, "INVALID (external data missing for reference 0 (URI \"payload.txt\"); give it with --ref-data "
-                          "0=FILE or --external-dir DIR)"},
+           Case{external,
+                "INVALID (external data missing for reference 0 (URI \"payload.txt\"); give it with --ref-data "
+                "0=FILE or --external-dir DIR)"},
            Case{"--ref-data 0=" + quote(fx("payload.txt")) + " " + external, "valid"},
            Case{"--external-dir " + quote(fixtures().scratch("")) + " --external-dir " + quote(fx("")) + " " + external,
                 "valid"},
@@ -195,8 +199,9 @@ TEST(CliVerify, KeysSecretsExternalDataAndOptions) {
   EXPECT_EQ(withoutSigner(r.out), invoice + ": valid (signature value only; references not checked)\n");
   EXPECT_TRUE(r.err.empty()) << r.err;  // the option matches the document's family
   r = verify("--no-references " + quote(invoice));
-  EXPECT_EQ(r.out, invoice + ": INVALID (wrong key: the signature value does not verify with the key tried (or "
-                             "SignedInfo was changed))\n");
+  EXPECT_EQ(r.out, invoice +
+                       ": INVALID (wrong key: the signature value does not verify with the key tried (or "
+                       "SignedInfo was changed))\n");
   EXPECT_EQ(r.exitCode, 1);
   // With the references checked, the SignedProperties digest in the ZATCA form switches to those rules.
   EXPECT_EQ(withoutSigner(verify(quote(invoice)).out), invoice + ": valid\n");
@@ -212,9 +217,9 @@ TEST(CliVerify, StandardInputAndParallelFilesInInputOrder) {
   EXPECT_EQ(r.out.rfind("-: INVALID (", 0), 0u) << r.out;
 
   // Files of different sizes and verdicts, so that threads finish out of order.
-  const std::vector<std::string> files = {fx("two-refs.xml"), example("invoice-tampered.xml"), fx("hmac.xml"),
-                                          fx("two-no-id.xml"), example("invoice-signed.xml"), fx("external.xml"),
-                                          fx("pss.xml"), example("invoice-signed.xml")};
+  const std::vector<std::string> files = {fx("two-refs.xml"),  example("invoice-tampered.xml"), fx("hmac.xml"),
+                                          fx("two-no-id.xml"), example("invoice-signed.xml"),   fx("external.xml"),
+                                          fx("pss.xml"),       example("invoice-signed.xml")};
   std::string args = "--jobs 2 --key " + quote(fx("rsa-pub.pem")) + " --hmac-key secret";
   for (const std::string& f : files) args += " " + quote(f);
   r = verify(args);

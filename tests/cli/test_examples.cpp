@@ -32,15 +32,17 @@ class ApiInputs {
 
  private:
   ApiInputs() {
-    const std::string cmd = "bash " + quote(clirun::example("make-api-inputs.sh")) + " " + quote(dir_.path) + " >/dev/null 2>&1";
-    if (std::system(cmd.c_str()) != 0) error_ = "examples/make-api-inputs.sh failed (are openssl and xmlsec1 installed?)";
+    const std::string cmd = "bash " + quote(clirun::example("make-api-inputs.sh")) + " " + quote(dir_.path) +
+                            " >/dev/null 2>&1";
+    if (std::system(cmd.c_str()) != 0)
+      error_ = "examples/make-api-inputs.sh failed (are openssl and xmlsec1 installed?)";
   }
   TempDir dir_{"api-inputs"};
   std::string error_;
 };
 
-#define REQUIRE_API_INPUTS()                                                                 \
-  do {                                                                                       \
+#define REQUIRE_API_INPUTS()                                                                   \
+  do {                                                                                         \
     if (!ApiInputs::instance().error().empty()) GTEST_SKIP() << ApiInputs::instance().error(); \
   } while (0)
 
@@ -55,9 +57,10 @@ TEST(Examples, VerifyInvoiceSaysWhyASignatureFailed) {
   const std::string tamperedPath = clirun::example("invoice-tampered.xml");
   r = runExample("verify_invoice", quote(tamperedPath));
   EXPECT_EQ(r.exitCode, 1);
-  EXPECT_EQ(r.out, tamperedPath + ": signature 0: INVALID (Failed to verify reference digest)\n"
-                                  "  reference 0 (URI \"\"): RefFailReason 1, the digest does not match: the "
-                                  "signed data was changed\n");
+  EXPECT_EQ(r.out, tamperedPath +
+                       ": signature 0: INVALID (Failed to verify reference digest)\n"
+                       "  reference 0 (URI \"\"): RefFailReason 1, the digest does not match: the "
+                       "signed data was changed\n");
 
   // The references intact, the signature value changed.
   std::string text = testsupport::readFile(signedPath);
@@ -68,8 +71,9 @@ TEST(Examples, VerifyInvoiceSaysWhyASignatureFailed) {
   ASSERT_TRUE(testsupport::writeFile(badValuePath, text));
   r = runExample("verify_invoice", quote(badValuePath));
   EXPECT_EQ(r.exitCode, 1);
-  EXPECT_EQ(r.out, badValuePath + ": signature 0: INVALID (RSA verify hash found the signature to be invalid.)\n"
-                                  "  every reference digest matches: the signature value check failed\n");
+  EXPECT_EQ(r.out, badValuePath +
+                       ": signature 0: INVALID (RSA verify hash found the signature to be invalid.)\n"
+                       "  every reference digest matches: the signature value check failed\n");
 
   // --log puts the verifier's whole log on standard error.
   r = runExample("verify_invoice", "--log " + quote(tamperedPath));
@@ -96,8 +100,8 @@ TEST(Examples, VerifyTrustedAcceptsOnlyTheTrustedSigner) {
   EXPECT_NE(r.out.find(": NOT TRUSTED: the signature is intact"), std::string::npos) << r.out;
 
   // KeyInfo names the certificate by issuer and serial: found in the vault, among others.
-  r = runExample("verify_trusted",
-                 in.path("invoice-issuer-serial.xml") + " " + in.path("other-cert.pem") + " " + in.path("signer-cert.pem"));
+  r = runExample("verify_trusted", in.path("invoice-issuer-serial.xml") + " " + in.path("other-cert.pem") + " " +
+                                       in.path("signer-cert.pem"));
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
   EXPECT_NE(r.out.find("signer-cert.pem"), std::string::npos) << r.out;
   r = runExample("verify_trusted", in.path("invoice-issuer-serial.xml") + " " + in.path("other-cert.pem"));
@@ -173,8 +177,8 @@ TEST(Examples, TimestampSignatureStampsAndVerifies) {
   const TempDir dir("ts-example");
   const std::string out = dir.path + "/stamped.xml";
 
-  RunResult r = runExample("timestamp_signature", in.path("invoice-for-timestamp.xml") + " " + quote(url) + " " +
-                                                      quote(out) + " sha384");
+  RunResult r = runExample("timestamp_signature",
+                           in.path("invoice-for-timestamp.xml") + " " + quote(url) + " " + quote(out) + " sha384");
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
   EXPECT_EQ(r.out, out + ": time-stamped and verified\n");
   EXPECT_NE(testsupport::readFile(out).find("<xades:EncapsulatedTimeStamp Encoding="), std::string::npos);
@@ -183,14 +187,16 @@ TEST(Examples, TimestampSignatureStampsAndVerifies) {
   r = runExample("timestamp_signature", quote(out) + " " + quote(url) + " " + quote(out + ".2"));
   EXPECT_EQ(r.exitCode, 1);
   EXPECT_NE(r.out.find("no time-stamp added (Already has an EncapsulatedTimeStamp.)"), std::string::npos) << r.out;
-  r = runExample("timestamp_signature", quote(clirun::example("invoice-signed.xml")) + " " + quote(url) + " " + quote(out));
+  r = runExample("timestamp_signature",
+                 quote(clirun::example("invoice-signed.xml")) + " " + quote(url) + " " + quote(out));
   EXPECT_EQ(r.exitCode, 1);
   EXPECT_NE(r.out.find("(No SignatureValue Id attribute found.)"), std::string::npos) << r.out;
 
   // No authority at the address: the document comes back with an empty token.
   r = runExample("timestamp_signature", in.path("invoice-for-timestamp.xml") + " http://127.0.0.1:1/ " + quote(out));
   EXPECT_EQ(r.exitCode, 1);
-  EXPECT_EQ(r.out, out + ": no token from the authority (The time-stamp authority could not be reached or refused "
-                         "the request.)\n");
+  EXPECT_EQ(r.out, out +
+                       ": no token from the authority (The time-stamp authority could not be reached or refused "
+                       "the request.)\n");
   EXPECT_NE(testsupport::readFile(out).find("#DER\"></xades:EncapsulatedTimeStamp>"), std::string::npos);
 }

@@ -44,7 +44,7 @@ Verdict verifyEcdsa(ClsPublicKey& key, const DataBuffer& sig, const DataBuffer& 
 }  // namespace cryptofixtures
 
 // Skips the test when the openssl command line could not make the fixtures.
-#define REQUIRE_SIG_FIXTURES()                                                        \
-  do {                                                                                \
+#define REQUIRE_SIG_FIXTURES()                                                         \
+  do {                                                                                 \
     if (cryptofixtures::dir().empty()) GTEST_SKIP() << "openssl fixtures unavailable"; \
   } while (0)

@@ -66,8 +66,7 @@ TEST(Asn1Xml, CorpusCertificatesCrlsAndTimeStampTokensRoundTrip) {
 // A PkiPath (a SEQUENCE of certificates): the last child converts back to the last certificate.
 TEST(Asn1Xml, LastCertificateOfAPath) {
   REQUIRE_SIG_FIXTURES();
-  const DataBuffer certs[3] = {file("ca.crt.der"), file("leaf.crt.der"),
-                               file("leaf_noext.crt.der")};
+  const DataBuffer certs[3] = {file("ca.crt.der"), file("leaf.crt.der"), file("leaf_noext.crt.der")};
   DataBuffer body;
   for (const DataBuffer& c : certs) body.append(c);
   LogNull log;
@@ -83,23 +82,32 @@ TEST(Asn1Xml, LastCertificateOfAPath) {
 }
 
 TEST(Asn1Xml, BerFormsAndTextTypesComeBackExactly) {
-  const struct { const char* hex; const char* expectInXml; } cases[] = {
+  const struct {
+    const char* hex;
+    const char* expectInXml;
+  } cases[] = {
       {"300802010005000101FF", "<sequence><int>00</int><null/><bool>FF</bool></sequence>"},
       {"3009060755040301FF0000", "<oid>2.5.4.3.1.16256.0</oid>"},
-      {"3080020101" "0000", "<sequence indefinite=\"1\"><int>01</int></sequence>"},
+      {"3080020101"
+       "0000",
+       "<sequence indefinite=\"1\"><int>01</int></sequence>"},
       {"30810302017F", "<sequence lengthOctets=\"1\"><int>7F</int></sequence>"},
-      {"2480040161040162" "0000", "<octets constructed=\"1\" indefinite=\"1\"><octets>YQ==</octets>"},
+      {"2480040161040162"
+       "0000",
+       "<octets constructed=\"1\" indefinite=\"1\"><octets>YQ==</octets>"},
       {"0303056080", "<bits unused=\"5\">YIA=</bits>"},
-      {"1E0400E90041", "<bmp>\xc3\xa9" "A</bmp>"},
-      {"14024AE9", "<t61 b64=\"1\">Suk=</t61>"},                              // Latin-1 byte, not UTF-8
+      {"1E0400E90041",
+       "<bmp>\xc3\xa9"
+       "A</bmp>"},
+      {"14024AE9", "<t61 b64=\"1\">Suk=</t61>"},  // Latin-1 byte, not UTF-8
       {"0C063C610D0A0926", "<utf8>&lt;a&#13;&#10;&#9;&amp;</utf8>"},
-      {"0C0101", "<utf8 b64=\"1\">AQ==</utf8>"},                              // a control character
+      {"0C0101", "<utf8 b64=\"1\">AQ==</utf8>"},  // a control character
       {"BF8A3B03020101", "<contextSpecific tag=\"1339\" constructed=\"1\"><int>01</int>"},
       {"A003020102", "<contextSpecific tag=\"0\" constructed=\"1\"><int>02</int></contextSpecific>"},
       {"8001FF", "<contextSpecific tag=\"0\" constructed=\"0\">/w==</contextSpecific>"},
       {"1F2001AA", "<universal tag=\"32\" constructed=\"0\">qg==</universal>"},
       {"060A2B0601040182371402FF", "<raw>BgorBgEEAYI3FAL/</raw>"},  // unterminated last arc
-      {"06038001FF", "<raw>"},                                            // non-minimal arc
+      {"06038001FF", "<raw>"},                                      // non-minimal arc
   };
   for (const auto& c : cases) {
     const DataBuffer der = fromHex(c.hex);

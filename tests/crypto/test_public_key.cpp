@@ -9,15 +9,26 @@ using namespace cryptofixtures;
 TEST(PublicKeyLoad, KeyAndCertificateFilesInPemAndDer) {
   REQUIRE_SIG_FIXTURES();
   const std::string interop = testsupport::corpusDir() + "/interop/xmlsec/keys/";
-  const struct { std::string file; const char* type; int bits; std::string spki; } cases[] = {
-      {"rsa2048.pub.pem", "rsa", 2048, "rsa2048.pub.der"}, {"rsa2048.pub.der", "rsa", 2048, "rsa2048.pub.der"},
-      {"rsa2048.pkcs1.der", "rsa", 2048, "rsa2048.pub.der"}, {"rsa2048.pkcs1.pem", "rsa", 2048, "rsa2048.pub.der"},
-      {"rsa2048.crt.pem", "rsa", 2048, "rsa2048.pub.der"}, {"rsa2048.crt.der", "rsa", 2048, "rsa2048.pub.der"},
-      {"dsa1024.pub.der", "dsa", 1024, "dsa1024.pub.der"}, {"ec_p256.pub.der", "ec", 256, "ec_p256.pub.der"},
-      {"ec_k256.pub.der", "ec", 256, "ec_k256.pub.der"}, {"ec_p521.pub.der", "ec", 521, "ec_p521.pub.der"},
-      // The certificates and keys the interoperability vectors come with.
-      {interop + "rsa/rsa-4096-pubkey.crt", "rsa", 4096, ""}, {interop + "dsa/dsa-2048-pubkey.der", "dsa", 2048, ""},
-      {interop + "ec/ec-prime521v1-pubkey.crt", "ec", 521, ""}, {interop + "ec/ec-prime384v1-pubkey.pem", "ec", 384, ""}};
+  const struct {
+    std::string file;
+    const char* type;
+    int bits;
+    std::string spki;
+  } cases[] = {{"rsa2048.pub.pem", "rsa", 2048, "rsa2048.pub.der"},
+               {"rsa2048.pub.der", "rsa", 2048, "rsa2048.pub.der"},
+               {"rsa2048.pkcs1.der", "rsa", 2048, "rsa2048.pub.der"},
+               {"rsa2048.pkcs1.pem", "rsa", 2048, "rsa2048.pub.der"},
+               {"rsa2048.crt.pem", "rsa", 2048, "rsa2048.pub.der"},
+               {"rsa2048.crt.der", "rsa", 2048, "rsa2048.pub.der"},
+               {"dsa1024.pub.der", "dsa", 1024, "dsa1024.pub.der"},
+               {"ec_p256.pub.der", "ec", 256, "ec_p256.pub.der"},
+               {"ec_k256.pub.der", "ec", 256, "ec_k256.pub.der"},
+               {"ec_p521.pub.der", "ec", 521, "ec_p521.pub.der"},
+               // The certificates and keys the interoperability vectors come with.
+               {interop + "rsa/rsa-4096-pubkey.crt", "rsa", 4096, ""},
+               {interop + "dsa/dsa-2048-pubkey.der", "dsa", 2048, ""},
+               {interop + "ec/ec-prime521v1-pubkey.crt", "ec", 521, ""},
+               {interop + "ec/ec-prime384v1-pubkey.pem", "ec", 384, ""}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.file);
     if (c.spki.empty() && testsupport::corpusDir().empty()) continue;
@@ -48,11 +59,12 @@ TEST(PublicKeyLoad, KeyAndCertificateFilesInPemAndDer) {
 
 TEST(PublicKeyLoad, XmlKeyValues) {
   REQUIRE_SIG_FIXTURES();
-  const struct { const char *xml, *der, *type; } cases[] = {
-      {"rsa2048.keyvalue.xml", "rsa2048.pub.der", "rsa"},  // prefixed, "&#13;" line ends
-      {"dsa1024.keyvalue.xml", "dsa1024.pub.der", "dsa"},
-      {"ec_p256.keyvalue.xml", "ec_p256.pub.der", "ec"},   // XML-Signature 1.1 ECKeyValue
-      {"ec_p256.rfc4050.xml", "ec_p256.pub.der", "ec"}};   // RFC 4050 ECDSAKeyValue
+  const struct {
+    const char *xml, *der, *type;
+  } cases[] = {{"rsa2048.keyvalue.xml", "rsa2048.pub.der", "rsa"},  // prefixed, "&#13;" line ends
+               {"dsa1024.keyvalue.xml", "dsa1024.pub.der", "dsa"},
+               {"ec_p256.keyvalue.xml", "ec_p256.pub.der", "ec"},  // XML-Signature 1.1 ECKeyValue
+               {"ec_p256.rfc4050.xml", "ec_p256.pub.der", "ec"}};  // RFC 4050 ECDSAKeyValue
   for (const auto& c : cases) {
     const std::string xml = testsupport::readFile(path(c.xml));
     Key key;
@@ -63,7 +75,9 @@ TEST(PublicKeyLoad, XmlKeyValues) {
 }
 
 TEST(PublicKeyLoad, MalformedXmlKeyValuesFailWithReason) {
-  const struct { const char *xml, *error; } cases[] = {
+  const struct {
+    const char *xml, *error;
+  } cases[] = {
       {"<Foo/>", "No RSAKeyValue, DSAKeyValue or ECKeyValue element found."},
       {"<RSAKeyValue><Modulus>!!notbase64</Modulus><Exponent>AQAB</Exponent></RSAKeyValue>",
        "RSAKeyValue needs base64 Modulus and Exponent."},

@@ -14,7 +14,8 @@ using namespace cryptofixtures;
 namespace {
 
 std::string show(const Verdict& v) {
-  return std::string(v.ran ? "ran" : "not run") + (v.valid ? " valid" : " invalid") + (v.keyMismatch ? " mismatch" : "");
+  return std::string(v.ran ? "ran" : "not run") + (v.valid ? " valid" : " invalid") +
+         (v.keyMismatch ? " mismatch" : "");
 }
 
 DataBuffer hashOf(const std::string& text, int hashId) {
@@ -41,8 +42,16 @@ TEST(RsaVerify, Pkcs1v15AndPssOutcomes) {
   tooLong.appendByte(0);
   tooLong.append(file("rsa2048_sha256.sig"));
   const DataBuffer sha256 = file("data.sha256"), sha512 = file("data.sha512");
-  const struct { const char* what; Key& key; DataBuffer sig, hash; int hashId, padding, mgf; bool lenient; const char* verdict; } cases[] = {
-      {"right digest announced as another", key, file("rsa2048_ripemd160.sig"), file("data.ripemd160"), 1, 1, 0, true, "ran invalid"},
+  const struct {
+    const char* what;
+    Key& key;
+    DataBuffer sig, hash;
+    int hashId, padding, mgf;
+    bool lenient;
+    const char* verdict;
+  } cases[] = {
+      {"right digest announced as another", key, file("rsa2048_ripemd160.sig"), file("data.ripemd160"), 1, 1, 0, true,
+       "ran invalid"},
       // DigestInfo for digests the openssl command line no longer has, built by us.
       {"MD2", key, file("rsa2048_md2_abc.sig"), hashOf("abc", 4), 4, 1, 0, true, "ran valid"},
       {"RIPEMD-128", key, file("rsa2048_ripemd128_abc.sig"), hashOf("abc", 9), 9, 1, 0, true, "ran valid"},
@@ -64,7 +73,8 @@ TEST(RsaVerify, Pkcs1v15AndPssOutcomes) {
       {"1024-bit", small, file("rsa1024_sha256.sig"), sha256, 7, 1, 0, true, "ran valid"},
       {"no hash", key, file("rsa2048_sha256.sig"), DataBuffer(), 0, 1, 0, true, "ran invalid"},
       // A signer that dropped the leading zero byte still verifies; a longer value never fits.
-      {"leading zero dropped", key, file("rsa2048_leadzero_stripped.sig"), file("leadzero.sha256"), 7, 1, 0, true, "ran valid"},
+      {"leading zero dropped", key, file("rsa2048_leadzero_stripped.sig"), file("leadzero.sha256"), 7, 1, 0, true,
+       "ran valid"},
       {"longer than the modulus", key, tooLong, sha256, 7, 1, 0, true, "not run invalid mismatch"},
   };
   for (const auto& c : cases)
@@ -86,7 +96,8 @@ TEST(RsaVerify, Pkcs1v15AndPssOutcomes) {
 
 TEST(DsaEcdsaVerify, SignatureFormsCurvesAndWrongData) {
   REQUIRE_SIG_FIXTURES();
-  for (const auto& [name, md] : std::vector<std::pair<std::string, std::string>>{{"dsa1024", "sha1"}, {"dsa2048", "sha256"}}) {
+  for (const auto& [name, md] :
+       std::vector<std::pair<std::string, std::string>>{{"dsa1024", "sha1"}, {"dsa2048", "sha256"}}) {
     Key key(name + ".pub.der");
     ASSERT_TRUE(key.loaded) << name;
     const DataBuffer hash = file("data." + md);
@@ -101,9 +112,12 @@ TEST(DsaEcdsaVerify, SignatureFormsCurvesAndWrongData) {
   Key dsa("dsa1024.pub.der");
   EXPECT_EQ(show(verifyDsa(*dsa.obj, file("dsa1024_sha1.rs"), DataBuffer())), "ran invalid");
 
-  const struct { const char *name, *md, *curve; } curves[] = {
-      {"ec_p256", "sha256", "prime256v1"}, {"ec_k256", "sha256", "secp256k1"},
-      {"ec_p384", "sha384", "secp384r1"}, {"ec_p521", "sha512", "secp521r1"}};
+  const struct {
+    const char *name, *md, *curve;
+  } curves[] = {{"ec_p256", "sha256", "prime256v1"},
+                {"ec_k256", "sha256", "secp256k1"},
+                {"ec_p384", "sha384", "secp384r1"},
+                {"ec_p521", "sha512", "secp521r1"}};
   for (const auto& c : curves) {
     Key key(std::string(c.name) + ".pub.der");
     ASSERT_TRUE(key.loaded && key.obj->getPubKey().getEccKey()) << c.name;

@@ -105,10 +105,11 @@ TEST(DistinguishedNames, CanonicalKeyAndParts) {
   EXPECT_NE(canonKey("CN=Alice, O=Example"), canonKey("CN=Alice, O=Example2"));
   EXPECT_NE(canonKey("CN=Alice, O=Example"), canonKey("CN=Alice, OU=Example"));
 
-  const struct { const char *dn, *cn; } parts[] = {
-      {"emailAddress=x@y,CN=Aleksey Sanin,OU=Root CA", "Aleksey Sanin"},
-      {"OU=x, 2.5.4.3 =  I.CA - Authority\\, 09/2009 ,C=CZ", "I.CA - Authority, 09/2009"},
-      {"OU=AC RAIZ FNMT-RCM,O=FNMT-RCM,C=ES", nullptr}};
+  const struct {
+    const char *dn, *cn;
+  } parts[] = {{"emailAddress=x@y,CN=Aleksey Sanin,OU=Root CA", "Aleksey Sanin"},
+               {"OU=x, 2.5.4.3 =  I.CA - Authority\\, 09/2009 ,C=CZ", "I.CA - Authority, 09/2009"},
+               {"OU=AC RAIZ FNMT-RCM,O=FNMT-RCM,C=ES", nullptr}};
   for (const auto& p : parts) {
     StringBuffer cn;
     LogNull log;
@@ -130,9 +131,13 @@ TEST(CertStore, LookupsByIssuerSerialSubjectAndKeyId) {
   ASSERT_TRUE(store.addCertDer(file("leaf.crt.der"), log));  // already held
   EXPECT_EQ(store.numCerts(), 3);
 
-  const struct { const char *serial, *issuerCN, *found; } bySerial[] = {
-      {"FF", "Example Root CA", "FF"}, {"00ff", " example  ROOT ca", "FF"}, {"FF", "Other CA", ""},
-      {"1000", "Example Root CA", "1000"}, {"C0FFEE0123456789", "Example Root CA", "C0FFEE0123456789"}};
+  const struct {
+    const char *serial, *issuerCN, *found;
+  } bySerial[] = {{"FF", "Example Root CA", "FF"},
+                  {"00ff", " example  ROOT ca", "FF"},
+                  {"FF", "Other CA", ""},
+                  {"1000", "Example Root CA", "1000"},
+                  {"C0FFEE0123456789", "Example Root CA", "C0FFEE0123456789"}};
   for (const auto& b : bySerial) EXPECT_EQ(serialOf(store.findX509(b.serial, b.issuerCN, nullptr, log)), b.found);
 
   // Subject names as documents write them, in either component order.
@@ -194,7 +199,8 @@ TEST(CertStore, VaultsAttachedToAStoreAndHoldersFromText) {
   const std::string b64 = base64(file("leaf.crt.der"));
   std::string broken;  // base64 with "&#13;" line ends, as documents carry it
   for (size_t i = 0; i < b64.size(); i += 64) broken += b64.substr(i, 64) + "&#13;\n";
-  std::unique_ptr<CertificateHolder> holder = CertificateHolder::createFromBase64(broken.data(), broken.size(), nullptr, log);
+  std::unique_ptr<CertificateHolder> holder = CertificateHolder::createFromBase64(broken.data(), broken.size(), nullptr,
+                                                                                  log);
   ASSERT_NE(holder, nullptr);
   CertRecord* rec = holder->getCertPtr(log);
   ASSERT_NE(rec, nullptr);
@@ -247,7 +253,8 @@ TEST(CertStore, CorpusReferencesFindTheEmbeddedCertificate) {
         unresolved.push_back(where + " issuer/serial " + (*it)[2].str() + " / " + (*it)[4].str());
     }
     for (std::sregex_iterator it(refs.begin(), refs.end(), skiRe), end; it != end; ++it, ++checked) {
-      if (!store.findBySubjectKeyId((*it)[2].str().c_str(), log)) unresolved.push_back(where + " ski " + (*it)[2].str());
+      if (!store.findBySubjectKeyId((*it)[2].str().c_str(), log))
+        unresolved.push_back(where + " ski " + (*it)[2].str());
     }
   }
   EXPECT_GT(checked, 40) << "the corpus lost its X509Data references";

@@ -31,8 +31,8 @@ struct Case {
   std::string hmacSecret;
   std::string externalData;  // uri=path;... (interop)
   std::string family;
-  std::string needs;  // families: what the case needs from the caller
-  std::string expected;  // pass, fail, unsure
+  std::string needs;        // families: what the case needs from the caller
+  std::string expected;     // pass, fail, unsure
   std::string cryptoValid;  // yes, no, unknown: whether the signature is intact
 };
 

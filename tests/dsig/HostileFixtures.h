@@ -89,10 +89,14 @@ inline std::string responseTemplate(const std::string& assertions, const std::st
   return "<Response xmlns=\"urn:test\" ID=\"r1\">" + assertions +
          "<ds:Signature xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"><ds:SignedInfo>"
          "<ds:CanonicalizationMethod Algorithm=\"http://www.w3.org/2001/10/xml-exc-c14n#\"/>"
-         "<ds:SignatureMethod Algorithm=\"" + method + "\"/>"
-         "<ds:Reference URI=\"" + uri + "\"><ds:Transforms>" +
+         "<ds:SignatureMethod Algorithm=\"" +
+         method +
+         "\"/>"
+         "<ds:Reference URI=\"" +
+         uri + "\"><ds:Transforms>" +
          (uri.empty() ? "<ds:Transform Algorithm=\"http://www.w3.org/2000/09/xmldsig#enveloped-signature\"/>" : "") +
-         "<ds:Transform Algorithm=\"" + c14n + "\"/></ds:Transforms>"
+         "<ds:Transform Algorithm=\"" + c14n +
+         "\"/></ds:Transforms>"
          "<ds:DigestMethod Algorithm=\"http://www.w3.org/2001/04/xmlenc#sha256\"/><ds:DigestValue/></ds:Reference>"
          "</ds:SignedInfo><ds:SignatureValue/><ds:KeyInfo><ds:X509Data><ds:X509Certificate/></ds:X509Data>"
          "</ds:KeyInfo></ds:Signature></Response>";

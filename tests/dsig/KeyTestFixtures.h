@@ -48,9 +48,11 @@ struct TestCert {
 
 inline bool makeCert(const std::string& dir, const std::string& name, const std::string& subject, int serial,
                      TestCert& cert) {
-  const std::string cmd = "cd '" + dir + "' && n=" + name + " && openssl req -x509 -newkey rsa:2048 -nodes -keyout "
-                          "$n.key -out $n.pem -days 3650 -subj '" + subject + "' -set_serial " +
-                          std::to_string(serial) + " >/dev/null 2>&1 && openssl x509 -in $n.pem -outform DER "
+  const std::string cmd = "cd '" + dir + "' && n=" + name +
+                          " && openssl req -x509 -newkey rsa:2048 -nodes -keyout "
+                          "$n.key -out $n.pem -days 3650 -subj '" +
+                          subject + "' -set_serial " + std::to_string(serial) +
+                          " >/dev/null 2>&1 && openssl x509 -in $n.pem -outform DER "
                           "-out $n.der && openssl pkey -in $n.key -pubout -outform DER -out $n.spki && openssl rsa "
                           "-in $n.key -noout -modulus 2>/dev/null | cut -d= -f2 > $n.mod && openssl dgst -sha1 "
                           "-binary $n.der > $n.sha1";
@@ -90,8 +92,8 @@ inline const Fixtures& fixtures() {
   return made;
 }
 
-#define REQUIRE_KEY_FIXTURES()                                                                    \
-  do {                                                                                            \
+#define REQUIRE_KEY_FIXTURES()                                                               \
+  do {                                                                                       \
     if (!keyfixtures::fixtures().ok) GTEST_SKIP() << "openssl could not make the test keys"; \
   } while (0)
 
@@ -141,8 +143,9 @@ inline std::string x509v3Token(const std::string& id, const std::string& content
 // A DER SEQUENCE of the given elements (the X509PKIPathv1 form); content under 64 KB.
 inline std::string derSequence(const std::string& content) {
   const size_t n = content.size();
-  const std::string header = n < 0x80 ? std::string{'\x30', static_cast<char>(n)}
-                                      : std::string{'\x30', '\x82', static_cast<char>(n >> 8), static_cast<char>(n & 0xFF)};
+  const std::string header = n < 0x80
+                                 ? std::string{'\x30', static_cast<char>(n)}
+                                 : std::string{'\x30', '\x82', static_cast<char>(n >> 8), static_cast<char>(n & 0xFF)};
   return header + content;
 }
 

@@ -66,10 +66,10 @@ std::string describe(const alg::DigestMethod *m) { return m ? _btHash::hashIdToN
 // replaced, verified with the signer's public key.
 dsigtest::DSigPtr verifiedWith(const UriCase &c) {
   const bool digest = c.kind == "digest";
-  const std::string from =
-      digest ? "http://www.w3.org/2001/04/xmlenc#sha256" : "http://www.w3.org/2001/04/xmldsig-more#rsa-sha256";
-  const std::string xml =
-      replaced(fixtures().text("pkcs1.xml"), "Algorithm=\"" + from + "\"", "Algorithm=\"" + c.uri + "\"");
+  const std::string from = digest ? "http://www.w3.org/2001/04/xmlenc#sha256"
+                                  : "http://www.w3.org/2001/04/xmldsig-more#rsa-sha256";
+  const std::string xml = replaced(fixtures().text("pkcs1.xml"), "Algorithm=\"" + from + "\"",
+                                   "Algorithm=\"" + c.uri + "\"");
   dsigtest::DSigPtr d = dsigtest::newVerifier();
   EXPECT_TRUE(dsigtest::loadText(*d, xml));
   RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
@@ -88,8 +88,8 @@ TEST(AlgorithmUris, KnownExactlyOrRefusedWithTheUriInTheReason) {
   for (const UriCase &c : cases) {
     SCOPED_TRACE("algorithm-uris.tsv line " + std::to_string(c.line) + ": \"" + c.uri + "\"");
     ASSERT_TRUE(c.kind == "signature" || c.kind == "digest");
-    const std::string found =
-        c.kind == "digest" ? describe(alg::findDigestMethod(c.uri)) : describe(alg::findSignatureMethod(c.uri));
+    const std::string found = c.kind == "digest" ? describe(alg::findDigestMethod(c.uri))
+                                                 : describe(alg::findSignatureMethod(c.uri));
     EXPECT_EQ(found, c.expected);
     if (c.expected != "refused") continue;
 

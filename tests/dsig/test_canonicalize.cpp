@@ -32,8 +32,8 @@ struct TransformRun {
       EXPECT_TRUE(transform->loadXml(StringBuffer(transformXml), true, log));
     }
     StringBuffer xml(text);
-    const bool ok = dsig->transformCanonicalize(transform.get(), xml, StringBuffer(algorithm),
-                                                StringBuffer(fragment), log);
+    const bool ok = dsig->transformCanonicalize(transform.get(), xml, StringBuffer(algorithm), StringBuffer(fragment),
+                                                log);
     text = xml.str();
     return ok;
   }
@@ -47,8 +47,7 @@ struct TransformRun {
 
 std::string transformElement(const char* algorithm, const std::string& prefixList) {
   return std::string("<ds:Transform xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\" Algorithm=\"") + algorithm +
-         "\"><ec:InclusiveNamespaces xmlns:ec=\"" + kExcC14n + "\" PrefixList=\"" + prefixList +
-         "\"/></ds:Transform>";
+         "\"><ec:InclusiveNamespaces xmlns:ec=\"" + kExcC14n + "\" PrefixList=\"" + prefixList + "\"/></ds:Transform>";
 }
 
 }  // namespace

@@ -25,7 +25,8 @@ std::map<std::string, std::string> externalFiles(const Case& c) {
   const std::string prefix = "external data: ";
   if (c.needs.rfind(prefix, 0) == 0 && c.needs.find("supplied in case dir") != std::string::npos) {
     const std::string uri = c.needs.substr(prefix.size(), c.needs.find(" (") - prefix.size());
-    files[uri] = corpus + "/" + c.xmlPath.substr(0, c.xmlPath.rfind('/')) + "/attachment-" + uri.substr(uri.find(':') + 1);
+    files[uri] = corpus + "/" + c.xmlPath.substr(0, c.xmlPath.rfind('/')) + "/attachment-" +
+                 uri.substr(uri.find(':') + 1);
   }
   return files;
 }
@@ -103,8 +104,8 @@ TEST(CorpusReferences, ReferencesTheRulesCannotVerifyFailWithTheirReason) {
       // rather than cut as the QR pattern, and the digest differs.
       {"zatca-sdk348-standard_invoice", 0, 0, 1},
       {"zatca-sdk348-standard_invoice", 0, 1, 1},
-      {"xadest-dss-signature-x-at-1", 0, 0, 0},  // XPath Filter 2.0 intersect id(...), evaluated
-      {"xadest-dss-signature-x-hu_mic-1", 0, 0, 2},     // detached doc.txt not available
+      {"xadest-dss-signature-x-at-1", 0, 0, 0},      // XPath Filter 2.0 intersect id(...), evaluated
+      {"xadest-dss-signature-x-hu_mic-1", 0, 0, 2},  // detached doc.txt not available
       {"xadest-dss-signature-x-hu_mic-1", 0, 1, 0},
       // The parallel signature after a line break is cut with the first one.
       {"tsl-dss-cz_two-sigs", 0, 0, 0},

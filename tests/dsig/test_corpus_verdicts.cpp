@@ -41,7 +41,6 @@ bool verifyCase(const Case& c, std::string& why) {
   return valid;
 }
 
-
 // Every case whose intactness is known: genuine ones verify unless listed, altered ones
 // never do. Cases of unknown intactness are only run (they must not crash).
 void runManifest(const std::string& name, const std::map<std::string, std::string>& notVerified, int& listed) {
@@ -66,8 +65,8 @@ void runManifest(const std::string& name, const std::map<std::string, std::strin
       }
     }
   }
-  std::printf("%s: %d of %d genuine signatures verify, %d altered refused, %d of unknown intactness\n",
-              name.c_str(), verified, genuine, altered, unknown);
+  std::printf("%s: %d of %d genuine signatures verify, %d altered refused, %d of unknown intactness\n", name.c_str(),
+              verified, genuine, altered, unknown);
 }
 
 }  // namespace

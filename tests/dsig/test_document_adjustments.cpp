@@ -27,7 +27,8 @@ TEST(DocumentAdjustments, ChileanSiiDteCut) {
   Base b;
   b.dsig->m_isSiiCl = true;
   const std::string dte = "<DTE version=\"1.0\">\n<Documento ID=\"F1T33\"><x/></Documento>\n<Signature/></DTE>";
-  const std::string doc = "<EnvioDTE xmlns=\"http://www.sii.cl/SiiDte\">\n" + dte + "\n<DTE version=\"1.0\"/></EnvioDTE>";
+  const std::string doc = "<EnvioDTE xmlns=\"http://www.sii.cl/SiiDte\">\n" + dte +
+                          "\n<DTE version=\"1.0\"/></EnvioDTE>";
   StringBuffer xml(doc), unused;
   EXPECT_TRUE(b.dsig->preprocessXmlToTransform(StringBuffer("F1T33"), b.ref, xml, b.log));
   // The cut keeps the one character after "</DTE>".
@@ -63,7 +64,8 @@ TEST(DocumentAdjustments, FamilyCutVectors) {
       for (size_t at; (at = line.find(name)) != std::string::npos;) line.replace(at, name.size(), value);
     const size_t t1 = line.find('\t'), t2 = line.find('\t', t1 + 1);
     ASSERT_NE(t2, std::string::npos) << line;
-    const std::string cut = line.substr(0, t1), input = line.substr(t1 + 1, t2 - t1 - 1), expected = line.substr(t2 + 1);
+    const std::string cut = line.substr(0, t1), input = line.substr(t1 + 1, t2 - t1 - 1),
+                      expected = line.substr(t2 + 1);
     Base b;
     StringBuffer xml(input), unused;
     bool ok = false;

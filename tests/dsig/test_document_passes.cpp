@@ -14,8 +14,8 @@
 #include "dsig/reference/DSigReference.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
-#include "xml/XmlCanon.h"
 #include "support/xml/XmlTree.h"
+#include "xml/XmlCanon.h"
 
 namespace {
 
@@ -72,9 +72,8 @@ TEST(FamilyDetection, EveryMarkerIsFoundAtEveryAlignmentAndOnlyWhole) {
       for (size_t lead = 0; lead <= 16; ++lead) {
         const std::string before = others + std::string(64 + lead, 'x');
         const std::string after(40, 'x');
-        for (const std::string& text :
-             {before + marker + after, before + marker, before + marker.substr(1) + after,
-              before + marker.substr(0, marker.size() - 1)}) {
+        for (const std::string& text : {before + marker + after, before + marker, before + marker.substr(1) + after,
+                                        before + marker.substr(0, marker.size() - 1)}) {
           // A cut marker may still hold another one that sets the same flag.
           bool expected = false;
           for (const Family& same : families) {

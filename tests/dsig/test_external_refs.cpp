@@ -2,8 +2,8 @@
 // bytes, its scoping by signature, the ExternalRefDirs search and the URI queries.
 #include <filesystem>
 
-#include "VerifierTestUtil.h"
 #include "TestSupport.h"
+#include "VerifierTestUtil.h"
 
 using namespace dsigtest;
 
@@ -24,15 +24,18 @@ class ExternalRefs : public ::testing::Test {
 }  // namespace
 
 TEST_F(ExternalRefs, CallerSuppliedFileTextAndBytes) {
-  Verifier v("<doc>" + signature(reference(" URI=\"doc.txt\"", "", b64sha256(kText)) +
-                                 reference(" URI=\"latin.txt\"", "", b64sha256("\xE9t\xE9"))) + "</doc>");
+  Verifier v("<doc>" +
+             signature(reference(" URI=\"doc.txt\"", "", b64sha256(kText)) +
+                       reference(" URI=\"latin.txt\"", "", b64sha256("\xE9t\xE9"))) +
+             "</doc>");
   // Nothing supplied: reason 2, also with IgnoreExternalRefs (which only VerifySignature reads).
   v.dsig->put_IgnoreExternalRefs(true);
   EXPECT_FALSE(v.verify(0));
   EXPECT_EQ(v.reason(), 2);
   EXPECT_TRUE(logprobe::hasError(v.dsig->m_log, "No external data defined for this reference."));
-  EXPECT_TRUE(v.logged("Hint 1: Set the IgnoreExternalRefs property to verify without checking digests for "
-                       "external file references."));
+  EXPECT_TRUE(
+      v.logged("Hint 1: Set the IgnoreExternalRefs property to verify without checking digests for "
+               "external file references."));
 
   // File, then text for the same index: the text is used.
   ASSERT_TRUE(v.setFile(0, file("other.txt", "other content\n")));
@@ -99,9 +102,10 @@ TEST_F(ExternalRefs, DataBelongsToTheSelectedSignatureAndExternalRefDirs) {
 }
 
 TEST_F(ExternalRefs, ReferenceUriAndIsReferenceExternal) {
-  Verifier v("<doc>" + signature(reference(" URI=\"\"", "", "") + reference("", "", "") +
-                                 reference(" URI=\"#x\"", "", "") + reference(" URI=\"doc.xml\"", "", "") +
-                                 reference(" URI=\" #x\"", "", "")) + "</doc>");
+  Verifier v("<doc>" +
+             signature(reference(" URI=\"\"", "", "") + reference("", "", "") + reference(" URI=\"#x\"", "", "") +
+                       reference(" URI=\"doc.xml\"", "", "") + reference(" URI=\" #x\"", "", "")) +
+             "</doc>");
   const char* uris[] = {"", "", "#x", "doc.xml", " #x"};
   for (int i = 0; i < 5; ++i) {
     EXPECT_EQ(v.dsig->IsReferenceExternal(i), i >= 3) << i;

@@ -40,10 +40,10 @@ TEST(ForgedKeys, DsaKeyOfUnitValuesVerifiesNoAlteredDocument) {
                      "' && { test -s dsaparam.pem || openssl genpkey -genparam -algorithm DSA -pkeyopt "
                      "dsa_paramgen_bits:1024 -pkeyopt dsa_paramgen_q_bits:160 -out dsaparam.pem 2>/dev/null; }"));
   ASSERT_TRUE(signer.makeKey("dsa", "dsa:'" + signer.dir() + "/dsaparam.pem'"));
-  const std::string genuine =
-      signer.signWith(hostile::responseTemplate(hostile::kAssertion, "#a1", "http://www.w3.org/2001/10/xml-exc-c14n#",
-                                                "http://www.w3.org/2000/09/xmldsig#dsa-sha1"),
-                      "dsa");
+  const std::string genuine = signer.signWith(
+      hostile::responseTemplate(hostile::kAssertion, "#a1", "http://www.w3.org/2001/10/xml-exc-c14n#",
+                                "http://www.w3.org/2000/09/xmldsig#dsa-sha1"),
+      "dsa");
   const hostile::Outcome intact = hostile::verify(genuine);
   ASSERT_TRUE(intact.valid) << intact.log;  // a genuine DSA key passes the key checks
 

@@ -20,9 +20,9 @@ namespace fs = std::filesystem;
 TEST(FuzzRegressions, EveryTargetReplaysItsFindings) {
   using Target = int (*)(const uint8_t*, size_t);
   const std::map<std::string, Target> targets = {
-      {"fuzz_asn1", fuzz_asn1::run},     {"fuzz_canonicalize", fuzz_canonicalize::run},
-      {"fuzz_load", fuzz_load::run},     {"fuzz_verify", fuzz_verify::run},
-      {"fuzz_coding", nullptr},          {"fuzz_xmlcanon", nullptr},  // replayed by test_support
+      {"fuzz_asn1", fuzz_asn1::run}, {"fuzz_canonicalize", fuzz_canonicalize::run},
+      {"fuzz_load", fuzz_load::run}, {"fuzz_verify", fuzz_verify::run},
+      {"fuzz_coding", nullptr},      {"fuzz_xmlcanon", nullptr},  // replayed by test_support
   };
   const fs::path root = fs::path(testsupport::sourceDir()) / "fuzz" / "regressions";
   int replayed = 0;

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "SignedFixtures.h"
 #include "KeyTestFixtures.h"
+#include "SignedFixtures.h"
 #include "VerifierTestUtil.h"
 #include "support/XString.h"
 

@@ -26,9 +26,9 @@ using hostile::verify;
 
 namespace {
 
-#define REQUIRE_SIGNER()                                                                    \
-  do {                                                                                      \
-    if (!Signer::get().ready()) GTEST_SKIP() << "openssl could not make the test key";      \
+#define REQUIRE_SIGNER()                                                               \
+  do {                                                                                 \
+    if (!Signer::get().ready()) GTEST_SKIP() << "openssl could not make the test key"; \
   } while (0)
 
 // A loopback TCP port that records whether anything connected to it.
@@ -76,8 +76,8 @@ TEST(HostileDocuments, ExternalEntitiesAreNeverRead) {
   ASSERT_FALSE(dir.empty());
   const std::string secret = "TOP-SECRET-7731";
   ASSERT_TRUE(testsupport::writeFile(dir + "/secret.txt", secret));
-  ASSERT_TRUE(testsupport::writeFile(dir + "/leak.dtd", "<!ENTITY leak \"" + secret +
-                                                            "\"><!ATTLIST NameID leaked CDATA \"" + secret + "\">"));
+  ASSERT_TRUE(testsupport::writeFile(
+      dir + "/leak.dtd", "<!ENTITY leak \"" + secret + "\"><!ATTLIST NameID leaked CDATA \"" + secret + "\">"));
   Listener http;
   ASSERT_FALSE(http.url().empty());
   const std::string body = "<Response xmlns=\"urn:test\"><NameID>BODY</NameID></Response>";
@@ -135,8 +135,10 @@ TEST(HostileDocuments, DetachedReferencesReadOnlyWhatTheCallerAllows) {
     SCOPED_TRACE(uri);
     const std::string xml = replaceFirst(
         signedXml, reference,
-        "<ds:Reference URI=\"" + uri + "\"><ds:DigestMethod Algorithm=\"http://www.w3.org/2001/04/xmlenc#sha256\"/>"
-        "<ds:DigestValue>AAAA</ds:DigestValue></ds:Reference>" + reference);
+        "<ds:Reference URI=\"" + uri +
+            "\"><ds:DigestMethod Algorithm=\"http://www.w3.org/2001/04/xmlenc#sha256\"/>"
+            "<ds:DigestValue>AAAA</ds:DigestValue></ds:Reference>" +
+            reference);
     Outcome o = verify(xml);
     EXPECT_FALSE(o.valid);
     EXPECT_TRUE(o.hasError("No external data defined for this reference.")) << o.log;
@@ -307,11 +309,12 @@ namespace {
 std::string hmacSignedInfo(const std::string& bits, const std::string& digest) {
   return "<ds:SignedInfo xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"><ds:CanonicalizationMethod "
          "Algorithm=\"http://www.w3.org/2001/10/xml-exc-c14n#\"></ds:CanonicalizationMethod><ds:SignatureMethod "
-         "Algorithm=\"http://www.w3.org/2000/09/xmldsig#hmac-sha1\"><ds:HMACOutputLength>" + bits +
+         "Algorithm=\"http://www.w3.org/2000/09/xmldsig#hmac-sha1\"><ds:HMACOutputLength>" +
+         bits +
          "</ds:HMACOutputLength></ds:SignatureMethod><ds:Reference URI=\"#a1\"><ds:Transforms><ds:Transform "
          "Algorithm=\"http://www.w3.org/2001/10/xml-exc-c14n#\"></ds:Transform></ds:Transforms><ds:DigestMethod "
-         "Algorithm=\"http://www.w3.org/2000/09/xmldsig#sha1\"></ds:DigestMethod><ds:DigestValue>" + digest +
-         "</ds:DigestValue></ds:Reference></ds:SignedInfo>";
+         "Algorithm=\"http://www.w3.org/2000/09/xmldsig#sha1\"></ds:DigestMethod><ds:DigestValue>" +
+         digest + "</ds:DigestValue></ds:Reference></ds:SignedInfo>";
 }
 std::string hmacResponse(const std::string& signedInfo, const std::string& value) {
   return "<Response xmlns=\"urn:test\" ID=\"r1\">" + kAssertion +

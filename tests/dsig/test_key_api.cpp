@@ -35,10 +35,10 @@ TEST(KeyApi, GetCertsGivesEmbeddedThenReferencedCertificatesOnce) {
   auto vault = vaultWith({f.one.derPath, f.three.derPath});
   // "&amp;#13;" puts the character reference itself into the element's text, as some
   // signing software does.
-  auto dsig = loadedVerifier(signatureDoc(
-      "<ds:X509Data><ds:X509Certificate>" + f.two.certBase64 + "</ds:X509Certificate><ds:X509Certificate>" +
-      wrap64(f.one.certBase64, "&amp;#13;\n") + "</ds:X509Certificate>" +
-      issuerSerial("CN=Key One,O=Example Org,C=US", "4096") + "</ds:X509Data>"));
+  auto dsig = loadedVerifier(signatureDoc("<ds:X509Data><ds:X509Certificate>" + f.two.certBase64 +
+                                          "</ds:X509Certificate><ds:X509Certificate>" +
+                                          wrap64(f.one.certBase64, "&amp;#13;\n") + "</ds:X509Certificate>" +
+                                          issuerSerial("CN=Key One,O=Example Org,C=US", "4096") + "</ds:X509Data>"));
   ASSERT_TRUE(dsig->UseCertVault(*vault));
   CertsResult r = getCerts(*dsig);
   EXPECT_TRUE(r.ok);

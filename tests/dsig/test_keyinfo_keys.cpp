@@ -23,8 +23,8 @@ std::vector<std::string> resolve(ClsXmlDSig& dsig, bool keyInfoOnly, _btLogger& 
 TEST(KeyInfoKeys, KeyValuesFirstThenEmbeddedCertificatesInDocumentOrder) {
   REQUIRE_KEY_FIXTURES();
   const Fixtures& f = fixtures();
-  auto dsig = loadedVerifier(signatureDoc(rsaKeyValue(f.one.modulusBase64) +
-                                          x509Data({f.two.certBase64, f.one.certBase64, ""})));
+  auto dsig = loadedVerifier(
+      signatureDoc(rsaKeyValue(f.one.modulusBase64) + x509Data({f.two.certBase64, f.one.certBase64, ""})));
   _btLogger log;
   EXPECT_EQ(resolve(*dsig, true, log), (std::vector<std::string>{f.one.spkiDer, f.two.spkiDer, f.one.spkiDer}));
   EXPECT_TRUE(log.containsText("Loaded public key from RSA XML in KeyInfo."));
@@ -34,9 +34,9 @@ TEST(KeyInfoKeys, KeyValuesFirstThenEmbeddedCertificatesInDocumentOrder) {
 TEST(KeyInfoKeys, MalformedKeyValueStopsResolutionButTheCallerKeyStillFollows) {
   REQUIRE_KEY_FIXTURES();
   const Fixtures& f = fixtures();
-  auto dsig = loadedVerifier(signatureDoc(
-      "<ds:KeyValue><ds:RSAKeyValue><ds:Exponent>AQAB</ds:Exponent></ds:RSAKeyValue></ds:KeyValue>" +
-      x509Data({f.one.certBase64})));
+  auto dsig = loadedVerifier(
+      signatureDoc("<ds:KeyValue><ds:RSAKeyValue><ds:Exponent>AQAB</ds:Exponent></ds:RSAKeyValue></ds:KeyValue>" +
+                   x509Data({f.one.certBase64})));
   ASSERT_TRUE(dsig->SetPublicKey(*keyFromFile(f.two.derPath)));
   _btLogger log;
   bool ok = true;
@@ -61,7 +61,9 @@ TEST(KeyInfoKeys, IssuerSerialAsksTheStoreByIssuerCnAndHexSerialUnlessEmbedded) 
       // Embedded and referenced: its CN-and-serial key is already known, the store is not asked.
       {"<ds:X509Certificate>" + f.one.certBase64 + "</ds:X509Certificate>" +
            issuerSerial("CN=Key One,O=Example Org,C=US", "4096"),
-       {f.one.spkiDer}, false, "1000"},
+       {f.one.spkiDer},
+       false,
+       "1000"},
       {issuerSerial("CN= Key Two ,O=Example Org,C=US", "255"), {f.two.spkiDer}, true, "FF"},
       {issuerSerial("O=No Common Name Org,C=US", "12"), {}, false, "0C"},
   };
@@ -103,7 +105,8 @@ TEST(KeyInfoKeys, TokenReferencesToBinarySecurityTokens) {
   }
   {  // A PKI path token gives its last certificate.
     const std::string path = base64(derSequence(f.one.certDer + f.two.certDer + f.three.certDer));
-    const std::string pathType = "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-x509-token-profile-1.0#X509PKIPathv1";
+    const std::string pathType =
+        "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-x509-token-profile-1.0#X509PKIPathv1";
     auto dsig = loadedVerifier(signatureDoc(tokenReference("#p", pathType), x509v3Token("p", path, pathType)));
     _btLogger log;
     EXPECT_EQ(resolve(*dsig, true, log), std::vector<std::string>{f.three.spkiDer});

@@ -26,9 +26,10 @@ bool loadBytes(ClsXmlDSig& d, const std::string& bytes) {
 
 // Three signatures in document order: one inside a signed element, one that encloses
 // the third in its Object.
-const std::string kNested =
-    "<root><doc Id=\"d1\">" + signatureXml("s1", 1) + "</doc>" +
-    signatureXml("s2", 2, "<ds:Object><inner>" + signatureXml("s3", 3) + "</inner></ds:Object>") + "</root>";
+const std::string kNested = "<root><doc Id=\"d1\">" + signatureXml("s1", 1) + "</doc>" +
+                            signatureXml("s2", 2,
+                                         "<ds:Object><inner>" + signatureXml("s3", 3) + "</inner></ds:Object>") +
+                            "</root>";
 
 }  // namespace
 
@@ -88,8 +89,9 @@ TEST(Loading, ReferencesOfTheSelectedSignature) {
   EXPECT_EQ(logprobe::value(missLog, "index"), "5");
   EXPECT_EQ(missLog.entries()[0].key, "getReference");
 
-  ASSERT_TRUE(loadText(*d, "<r><ds:Signature xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\">"
-                           "<ds:SignatureValue>AA==</ds:SignatureValue></ds:Signature></r>"));
+  ASSERT_TRUE(loadText(*d,
+                       "<r><ds:Signature xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\">"
+                       "<ds:SignatureValue>AA==</ds:SignatureValue></ds:Signature></r>"));
   _btLogger noSi;
   EXPECT_EQ(d->getReference(0, noSi), nullptr);
   EXPECT_EQ(noSi.lastErrorLine(), "No SignedInfo child.");
@@ -149,8 +151,7 @@ TEST(Loading, FamilyDetectionFirstRuleWins) {
     EXPECT_EQ(d->m_isCmaStp, c.cma);
     EXPECT_EQ(d->m_isDoda, c.doda);
     EXPECT_EQ(d->m_isSkXmlSignedDoc, c.skxml);
-    EXPECT_EQ(d->m_log.containsText("Will duplicate the XML canonicalization attribute sorting bug..."),
-              c.sortBug);
+    EXPECT_EQ(d->m_log.containsText("Will duplicate the XML canonicalization attribute sorting bug..."), c.sortBug);
   }
   // The SUNAT document kind is not reset by later loads.
   EXPECT_EQ(d->m_specialDocKind, 3);
@@ -191,8 +192,7 @@ TEST(Loading, StringBuilderAndBytesInOtherEncodings) {
 
   // Bytes are converted to UTF-8 as declared (the detection of other encodings is the
   // support tests').
-  const std::string latin1 = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><r>" +
-                             signatureXml("caf\xE9", 1) + "</r>";
+  const std::string latin1 = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><r>" + signatureXml("caf\xE9", 1) + "</r>";
   ASSERT_TRUE(loadBytes(*d, latin1)) << d->lastErrorText();
   EXPECT_EQ(selectedId(*d), "caf\xC3\xA9");
   EXPECT_EQ(d->m_log.entries()[0].key, "LoadSignatureBd");

@@ -23,8 +23,12 @@ TEST(Locators, ByIdReportsExactOffsetsAndIgnoresLookAlikes) {
   const std::string real = digestSignature("s1", "AAAA");
   const std::string doc =
       "<?xml version=\"1.0\"?>\n<root a=\"&lt;ds:Signature Id='s1'&gt;\">"
-      "<!-- <ds:Signature " + kDs + " Id=\"s1\"><ds:SignedInfo/></ds:Signature> -->"
-      "<![CDATA[<ds:Signature " + kDs + " Id=\"s1\"></ds:Signature>]]>"
+      "<!-- <ds:Signature " +
+      kDs +
+      " Id=\"s1\"><ds:SignedInfo/></ds:Signature> -->"
+      "<![CDATA[<ds:Signature " +
+      kDs +
+      " Id=\"s1\"></ds:Signature>]]>"
       "<x:Signature xmlns:x=\"urn:not-dsig\" Id=\"s1\"><x:SignedInfo/></x:Signature>\n" +
       real + "\n</root>";
   const StringBuffer text(doc);
@@ -82,8 +86,8 @@ TEST(Locators, DigestSearchAndNestedAndNamespaceForms) {
 
 TEST(Locators, EbicsAuthSignatureFoundByDigest) {
   REQUIRE_CORPUS();
-  const StringBuffer text(testsupport::readFile(testsupport::corpusDir() +
-                                                "/families/ebics/ebics-epics-sta_response/sta_response.xml"));
+  const StringBuffer text(
+      testsupport::readFile(testsupport::corpusDir() + "/families/ebics/ebics-epics-sta_response/sta_response.xml"));
   _btLogger log;
   _btXmlDtd dtd;
   XmlSigLocate loc;
@@ -95,8 +99,8 @@ TEST(Locators, EbicsAuthSignatureFoundByDigest) {
 
 TEST(Locators, XadesPositionsOnRealDocument) {
   REQUIRE_CORPUS();
-  const std::string doc = testsupport::readFile(
-      testsupport::corpusDir() + "/families/xades-t/xadest-dss-xades-extended-t/xades-extended-t.xml");
+  const std::string doc = testsupport::readFile(testsupport::corpusDir() +
+                                                "/families/xades-t/xadest-dss-xades-extended-t/xades-extended-t.xml");
   ASSERT_FALSE(doc.empty());
   const StringBuffer text(doc);
   // The document's one signature, found through the digest of its first reference.

@@ -1,8 +1,8 @@
 // VerifyReferenceDigest on same-document references: transform chains, the retry that
 // switches the attribute-sorting emulation, the digest fallbacks and the failure reasons.
 // Expected digests are SHA-256 over canonical forms written out by hand.
-#include "VerifierTestUtil.h"
 #include "TestSupport.h"
+#include "VerifierTestUtil.h"
 
 using namespace dsigtest;
 
@@ -71,9 +71,9 @@ TEST(ReferenceDigest, WholeDocumentAndIdReferences) {
 
 TEST(ReferenceDigest, AttributeSortingBugRetryCarriesOver) {
   const std::string bug = b64sha256(kInclusiveSortBug);
-  Verifier v(document(signature(reference(" URI=\"\"", "", bug) + reference(" URI=\"\"", "", bug) +
-                                reference(" URI=\"#p1\"", "", kWrong) +
-                                reference(" URI=\"\"", "", b64sha256(kInclusive)))));
+  Verifier v(
+      document(signature(reference(" URI=\"\"", "", bug) + reference(" URI=\"\"", "", bug) +
+                         reference(" URI=\"#p1\"", "", kWrong) + reference(" URI=\"\"", "", b64sha256(kInclusive)))));
   EXPECT_TRUE(v.verify(0));  // fails as written, passes with the bug reproduced
   EXPECT_EQ(v.value("invalidDigestReason"), "1");
   EXPECT_TRUE(v.logged(kRetryWithBug));
@@ -142,9 +142,9 @@ TEST(ReferenceDigest, TransformsThatCannotBeAppliedFailWithoutHashing) {
 
 TEST(ReferenceDigest, EmptyTransformsElementIsADeclaredChain) {
   // ZATCA rules make the implied chain exclusive; an empty Transforms stays inclusive.
-  const std::string doc = document(signature(
-      reference(" URI=\"\"", "<ds:Transforms></ds:Transforms>", b64sha256(kInclusive)) +
-      reference(" URI=\"\"", "", b64sha256(kExclusive))));
+  const std::string doc = document(
+      signature(reference(" URI=\"\"", "<ds:Transforms></ds:Transforms>", b64sha256(kInclusive)) +
+                reference(" URI=\"\"", "", b64sha256(kExclusive))));
   Verifier zatca(doc, "ZATCA");
   EXPECT_TRUE(zatca.verify(0));
   EXPECT_TRUE(zatca.verify(1));
@@ -157,19 +157,20 @@ TEST(ReferenceDigest, MyInvoisSignedPropertiesAreRebuiltNotCanonicalized) {
   const std::string ds = " xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\">";
   const std::string object =
       "<ds:Object><xades:QualifyingProperties xmlns:xades=\"http://uri.etsi.org/01903/v1.3.2#\">"
-      "<xades:SignedProperties Id=\"props\"><xades:SigningTime>2024-05-01</xades:SigningTime>" + md +
+      "<xades:SignedProperties Id=\"props\"><xades:SigningTime>2024-05-01</xades:SigningTime>" +
+      md +
       "></ds:DigestMethod><ds:DigestValue>Y2VydA==</ds:DigestValue><ds:X509IssuerName>CN=CA</ds:X509IssuerName>"
       "<ds:X509SerialNumber>42</ds:X509SerialNumber></xades:SignedProperties></xades:QualifyingProperties></ds:Object>";
   const std::string rebuilt =
       "<xades:SignedProperties Id=\"props\" xmlns:xades=\"http://uri.etsi.org/01903/v1.3.2#\">"
-      "<xades:SigningTime>2024-05-01</xades:SigningTime>" + md + ds + "</ds:DigestMethod><ds:DigestValue" + ds +
-      "Y2VydA==</ds:DigestValue><ds:X509IssuerName" + ds + "CN=CA</ds:X509IssuerName><ds:X509SerialNumber" + ds +
-      "42</ds:X509SerialNumber></xades:SignedProperties>";
+      "<xades:SigningTime>2024-05-01</xades:SigningTime>" +
+      md + ds + "</ds:DigestMethod><ds:DigestValue" + ds + "Y2VydA==</ds:DigestValue><ds:X509IssuerName" + ds +
+      "CN=CA</ds:X509IssuerName><ds:X509SerialNumber" + ds + "42</ds:X509SerialNumber></xades:SignedProperties>";
   // The document reference has three transforms; its digest is kept for the signature check.
-  const std::string doc = document(signature(
-      reference(" URI=\"\"", transforms({kEnveloped, kExcC14n, kEnveloped}), b64sha256(kExclusive)) +
-          reference(" URI=\"#props\"", "", b64sha256(rebuilt)),
-      object));
+  const std::string doc = document(
+      signature(reference(" URI=\"\"", transforms({kEnveloped, kExcC14n, kEnveloped}), b64sha256(kExclusive)) +
+                    reference(" URI=\"#props\"", "", b64sha256(rebuilt)),
+                object));
   Verifier v(doc, "MYINVOIS");
   EXPECT_TRUE(v.verify(1)) << v.dsig->lastErrorText();
   EXPECT_TRUE(v.verify(0));
@@ -203,8 +204,8 @@ TEST(ReferenceDigest, WholeDocumentReadInPlaceGivesTheDigestOfTheCutText) {
   };
 
   // Namespaces and a comment inside the signature, text on both sides of it.
-  const std::string plain = "<r xmlns:p=\"urn:p\"><p:a>1</p:a>before " + sig("<r xmlns:p=\"urn:p\"><p:a>1</p:a>before  after</r>") +
-                            "<!--c--> after</r>";
+  const std::string plain = "<r xmlns:p=\"urn:p\"><p:a>1</p:a>before " +
+                            sig("<r xmlns:p=\"urn:p\"><p:a>1</p:a>before  after</r>") + "<!--c--> after</r>";
   Verifier v(plain);
   EXPECT_TRUE(v.verify(0)) << v.dsig->lastErrorText();
 

@@ -64,9 +64,11 @@ std::string wrappedResponse(const std::string& how) {
   const std::string genuine = hostile::Signer::get().signRsa(hostile::responseTemplate(hostile::kAssertion));
   const std::string forged = "<Assertion ID=\"a2\"><NameID>mallory@example.com</NameID></Assertion>";
   if (how == "wrapper")
-    return hostile::replaceFirst(genuine, hostile::kAssertion, forged + "<Extensions>" + hostile::kAssertion + "</Extensions>");
+    return hostile::replaceFirst(genuine, hostile::kAssertion,
+                                 forged + "<Extensions>" + hostile::kAssertion + "</Extensions>");
   const std::string moved = hostile::replaceFirst(genuine, hostile::kAssertion, forged);
-  return hostile::replaceFirst(moved, "</ds:Signature>", "<ds:Object>" + hostile::kAssertion + "</ds:Object></ds:Signature>");
+  return hostile::replaceFirst(moved, "</ds:Signature>",
+                               "<ds:Object>" + hostile::kAssertion + "</ds:Object></ds:Signature>");
 }
 
 std::unique_ptr<ClsXmlDSig> verifierFor(const std::string& source) {

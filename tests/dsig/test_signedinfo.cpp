@@ -19,11 +19,11 @@ std::string signedInfoDoc(const std::string& signedInfoBody, const std::string& 
 
 TEST(SignedInfo, CanonicalizationMethodAndPrefixList) {
   DSigPtr d = newVerifier();
-  ASSERT_TRUE(loadText(*d, signedInfoDoc(
-                               "<ds:CanonicalizationMethod Algorithm=\"http://www.w3.org/2001/10/xml-exc-c14n#\">"
-                               "<ec:InclusiveNamespaces xmlns:ec=\"http://www.w3.org/2001/10/xml-exc-c14n#\" "
-                               "PrefixList=\"ds  xsi\"/></ds:CanonicalizationMethod>",
-                               "")));
+  ASSERT_TRUE(
+      loadText(*d, signedInfoDoc("<ds:CanonicalizationMethod Algorithm=\"http://www.w3.org/2001/10/xml-exc-c14n#\">"
+                                 "<ec:InclusiveNamespaces xmlns:ec=\"http://www.w3.org/2001/10/xml-exc-c14n#\" "
+                                 "PrefixList=\"ds  xsi\"/></ds:CanonicalizationMethod>",
+                                 "")));
   StringBuffer alg("x"), prefixes("y");
   LogNull quiet;
   ASSERT_TRUE(d->getCanonicalizationMethod(alg, prefixes, quiet));
@@ -44,11 +44,10 @@ TEST(SignedInfo, CanonicalizationMethodAndPrefixList) {
 
 TEST(SignedInfo, FieldsByNameAndAttribute) {
   DSigPtr d = newVerifier();
-  ASSERT_TRUE(loadText(
-      *d, signedInfoDoc("<ds:SignatureMethod Algorithm=\"http://www.w3.org/2000/09/xmldsig#rsa-sha1\">"
-                        "<ds:HMACOutputLength>160</ds:HMACOutputLength></ds:SignatureMethod>"
-                        "<ds:Extra>text</ds:Extra>",
-                        "")));
+  ASSERT_TRUE(loadText(*d, signedInfoDoc("<ds:SignatureMethod Algorithm=\"http://www.w3.org/2000/09/xmldsig#rsa-sha1\">"
+                                         "<ds:HMACOutputLength>160</ds:HMACOutputLength></ds:SignatureMethod>"
+                                         "<ds:Extra>text</ds:Extra>",
+                                         "")));
   StringBuffer out;
   _btLogger log;
   ASSERT_TRUE(d->getSignatureMethod(out, log));

@@ -19,7 +19,7 @@ namespace {
 
 struct Element {
   std::string_view qname;
-  size_t start = 0, end = 0;  // '<' of the start tag, just past the end tag
+  size_t start = 0, end = 0;           // '<' of the start tag, just past the end tag
   size_t endName = std::string::npos;  // offset of the name in the end tag (npos: self-closing)
   std::vector<xml::XmlAttribute> attributes;
   std::vector<std::pair<size_t, size_t>> text;  // raw character data and CDATA directly inside
@@ -187,8 +187,8 @@ std::vector<Tampering> tamperings(const std::string& doc, int selector) {
     }
     bool base64 = false;
     for (const Element& e : elements)
-      if (inside(*reference, e.start) && e.local() == "Transform" && attribute(e, "Algorithm").find("#base64") !=
-                                                                          std::string::npos)
+      if (inside(*reference, e.start) && e.local() == "Transform" &&
+          attribute(e, "Algorithm").find("#base64") != std::string::npos)
         base64 = true;
     if (target) tamperWithin(doc, elements, *target, removed, base64, "reference '" + uri + "'", out);
   }
@@ -243,8 +243,9 @@ TEST(TamperSweep, NoChangedCopyOfASignedDocumentVerifies) {
       ADD_FAILURE() << c.id << " (" << c.xmlPath << "): verifies after changing the " << t.what;
     }
   }
-  std::printf("tamper sweep: %d verifying documents (%d not swept), %d changed copies, %d false accepts, %d "
-              "accepted changes of unsigned ZATCA SignedInfo text\n",
-              documents, unscannable, copies, falseAccepts, unsignedChanges);
+  std::printf(
+      "tamper sweep: %d verifying documents (%d not swept), %d changed copies, %d false accepts, %d "
+      "accepted changes of unsigned ZATCA SignedInfo text\n",
+      documents, unscannable, copies, falseAccepts, unsignedChanges);
   EXPECT_GT(copies, 1000);
 }

@@ -50,8 +50,9 @@ TEST(TimeStamp, AddsAtTheRightPlaceForEveryXadesShapeAndVerifies) {
     const char* mustContain;  // where the new element must stand
   } shapes[] = {
       {"plain.xml", "<ds:Object Id=\"signature-object-"},
-      {"qualifying.xml", "</xades:SignedProperties><xades:UnsignedProperties><xades:UnsignedSignatureProperties>"
-                         "<xades:SignatureTimeStamp"},
+      {"qualifying.xml",
+       "</xades:SignedProperties><xades:UnsignedProperties><xades:UnsignedSignatureProperties>"
+       "<xades:SignatureTimeStamp"},
       {"unsigned.xml", "<xades:UnsignedSignatureProperties><xades:SignatureTimeStamp"},
       {"declared.xml", "<xades:QualifyingProperties Target=\"#sig-d\">"},
   };
@@ -77,7 +78,6 @@ TEST(TimeStamp, AddsAtTheRightPlaceForEveryXadesShapeAndVerifies) {
     EXPECT_TRUE(reloaded.verifyWithTimeStamp()) << reloaded.dsig->lastErrorText();
     EXPECT_NE(reloaded.dsig->lastErrorText().find("The computed hash is equal to the expected hash."),
               std::string::npos);
-
   }
 }
 

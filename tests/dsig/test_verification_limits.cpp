@@ -24,7 +24,9 @@ std::string reference(const std::string& uri, int transforms) {
 std::string signedDocument(const std::string& prolog, const std::string& body, const std::string& references) {
   return prolog + "<r>" + body +
          "<ds:Signature xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\"><ds:SignedInfo>"
-         "<ds:CanonicalizationMethod Algorithm=\"" + kExc + "\"/>"
+         "<ds:CanonicalizationMethod Algorithm=\"" +
+         kExc +
+         "\"/>"
          "<ds:SignatureMethod Algorithm=\"http://www.w3.org/2001/04/xmldsig-more#rsa-sha256\"/>" +
          references + "</ds:SignedInfo><ds:SignatureValue>AAAA</ds:SignatureValue></ds:Signature></r>";
 }
@@ -40,17 +42,19 @@ TEST(VerificationLimits, EachLimitIsRefusedWithItsReason) {
     for (int i = 0; i < 100; ++i) b += "&a;";
     for (int i = 0; i < 300; ++i) c += "&b;";
     for (int i = 0; i < 40; ++i) refs += reference("", 1);
-    const std::string prolog =
-        "<!DOCTYPE r [<!ENTITY a \"" + a + "\"><!ENTITY b \"" + b + "\"><!ENTITY c \"" + c + "\">]>";
+    const std::string prolog = "<!DOCTYPE r [<!ENTITY a \"" + a + "\"><!ENTITY b \"" + b + "\"><!ENTITY c \"" + c +
+                               "\">]>";
     dsigtest::DSigPtr d = dsigtest::newVerifier();
     ASSERT_TRUE(dsigtest::loadText(*d, signedDocument(prolog, "&c;", refs)));
     EXPECT_FALSE(d->VerifySignature(true));
     EXPECT_EQ(d->get_RefFailReason(), ClsXmlDSig::kRefFailLimit);
-    EXPECT_EQ(d->lastErrorLine(), "The verification canonicalized more than MaxCanonicalBytes (33554432 bytes): stopped.");
+    EXPECT_EQ(d->lastErrorLine(),
+              "The verification canonicalized more than MaxCanonicalBytes (33554432 bytes): stopped.");
     // It stopped at the reference that spent the budget.
     EXPECT_LT(std::stoi(logprobe::value(d->m_log, "refFailureCount")), 40);
   }
-  const std::string three = signedDocument("", "<a Id=\"x\"/>", reference("#x", 2) + reference("#x", 2) + reference("", 2));
+  const std::string three = signedDocument("", "<a Id=\"x\"/>",
+                                           reference("#x", 2) + reference("#x", 2) + reference("", 2));
   {
     dsigtest::DSigPtr d = dsigtest::newVerifier();
     ASSERT_TRUE(dsigtest::loadText(*d, three));

@@ -103,8 +103,8 @@ TEST(VerifySignature, EveryReferenceIsCheckedBeforeAnyKeyIsLookedUp) {
     EXPECT_NE(logprobe::find(d->m_log.entries(), "The RSA signature was verified."), nullptr);
   }
 
-  auto both = loaded(replaced(replaced(intact, "<Item>alpha</Item>", "<Item>x</Item>"), "<Item>beta</Item>",
-                              "<Item>y</Item>"));
+  auto both = loaded(
+      replaced(replaced(intact, "<Item>alpha</Item>", "<Item>x</Item>"), "<Item>beta</Item>", "<Item>y</Item>"));
   EXPECT_FALSE(both->VerifySignature(true));
   EXPECT_EQ(logprobe::value(both->m_log, "refFailureCount"), "2");
 
@@ -160,7 +160,8 @@ TEST(VerifySignature, RsaPaddingFollowsTheSignatureMethod) {
   auto trailer = loaded(fixtures().text("pss-params-trailer2.xml"));
   supplyKey(*trailer, fixtures().path("rsa-pub.pem"));
   EXPECT_FALSE(trailer->VerifySignature(true));
-  EXPECT_TRUE(logprobe::hasError(trailer->m_log, "Unsupported RSAPSSParams TrailerField (only 1 is defined for RSA-PSS)."));
+  EXPECT_TRUE(
+      logprobe::hasError(trailer->m_log, "Unsupported RSAPSSParams TrailerField (only 1 is defined for RSA-PSS)."));
 
   auto pss = loaded(fixtures().text("pss.xml"));
   supplyKey(*pss, fixtures().path("cert.pem"));
@@ -194,8 +195,7 @@ TEST(VerifySignature, EveryCandidateKeyIsTriedUntilOneVerifies) {
   EXPECT_EQ(logprobe::value(wrong->m_log, "verifyingKeyIndex"), "<absent>");
   EXPECT_TRUE(logprobe::hasError(wrong->m_log, "RSA verify hash found the signature to be invalid."));
   EXPECT_EQ(logprobe::find(wrong->m_log.entries(), "The RSA signature was verified."), nullptr);
-  EXPECT_EQ(logprobe::value(wrong->m_log, "canonicalizationMethod"),
-            "http://www.w3.org/TR/2001/REC-xml-c14n-20010315");
+  EXPECT_EQ(logprobe::value(wrong->m_log, "canonicalizationMethod"), "http://www.w3.org/TR/2001/REC-xml-c14n-20010315");
   EXPECT_EQ(logprobe::value(wrong->m_log, "signedInfoHash").size(), 64u);
   EXPECT_EQ(logprobe::value(wrong->m_log, "canonicalizedSignedInfo").rfind("<SignedInfo xmlns=", 0), 0u);
 
@@ -268,13 +268,12 @@ TEST(VerifySignature, DsaAndEcdsaFromTheCorpus) {
     const char* countKey;
     const char* invalidLine;
   };
-  for (const Case& c :
-       {Case{"aleksey-xmldsig-01/enveloped-sha1-dsa-sha1.xml", "keys/dsa/dsa-1024-pubkey.crt", "numCandidateKeys",
-             "DSA verify hash failed."},
-        Case{"xmldsig11-interop-2012/signature-enveloping-p256_sha256.xml", "", "numCandidateKeys",
-             "ECDSA verify hash found the signature to be invalid."},
-        Case{"xmldsig11-interop-2012/signature-enveloping-p384_sha384.xml", "", "numCandidateKeys",
-             "ECDSA verify hash found the signature to be invalid."}}) {
+  for (const Case& c : {Case{"aleksey-xmldsig-01/enveloped-sha1-dsa-sha1.xml", "keys/dsa/dsa-1024-pubkey.crt",
+                             "numCandidateKeys", "DSA verify hash failed."},
+                        Case{"xmldsig11-interop-2012/signature-enveloping-p256_sha256.xml", "", "numCandidateKeys",
+                             "ECDSA verify hash found the signature to be invalid."},
+                        Case{"xmldsig11-interop-2012/signature-enveloping-p384_sha384.xml", "", "numCandidateKeys",
+                             "ECDSA verify hash found the signature to be invalid."}}) {
     SCOPED_TRACE(c.file);
     const std::string xml = readFile(corpus + c.file);
     ASSERT_FALSE(xml.empty());

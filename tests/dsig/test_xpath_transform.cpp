@@ -68,7 +68,9 @@ TEST(XPathTransform, SignatureExclusions) {
   EXPECT_EQ(ubl, "<r>" + dsSig + "<cac:Signature>100</cac:Signature></r>");
 
   std::string ublSigs = "<r><sig:UBLDocumentSignatures>s</sig:UBLDocumentSignatures><b/></r>";
-  EXPECT_TRUE(r.run(ublSigs, kXPathUri, "count(ancestor-or-self::sig:UBLDocumentSignatures | here()/ancestor::sig:UBLDocumentSignatures[1]) > count(ancestor-or-self::sig:UBLDocumentSignatures)"));
+  EXPECT_TRUE(r.run(
+      ublSigs, kXPathUri,
+      "count(ancestor-or-self::sig:UBLDocumentSignatures | here()/ancestor::sig:UBLDocumentSignatures[1]) > count(ancestor-or-self::sig:UBLDocumentSignatures)"));
   EXPECT_EQ(r.option(), "3");
   EXPECT_EQ(ublSigs, "<r><b/></r>");
   EXPECT_TRUE(r.log.containsText("Found UBLDocumentSignatures transform."));
@@ -91,15 +93,17 @@ TEST(XPathTransform, UblExtensionsAndQrAndUnhandled) {
 
   // Filter 2.0 subtraction of the UBL extensions: the second child carries the filter.
   const std::string sub = "ancestor::ext:UBLExtensions/ext:UBLExtension";
-  const std::string kids = "<dsig-xpath:XPath Filter=\"intersect\">/</dsig-xpath:XPath>"
-                           "<dsig-xpath:XPath Filter=\"subtract\">" + sub + "</dsig-xpath:XPath>";
+  const std::string kids =
+      "<dsig-xpath:XPath Filter=\"intersect\">/</dsig-xpath:XPath>"
+      "<dsig-xpath:XPath Filter=\"subtract\">" +
+      sub + "</dsig-xpath:XPath>";
   std::string t = doc;
   EXPECT_TRUE(r.run(t, kFilter2Uri, "/", filter2Transform(kids)));
   EXPECT_EQ(r.option(), "5");
   EXPECT_EQ(t, "<Invoice><x/>" + ext2 + "</Invoice>");
   t = doc;
-  EXPECT_FALSE(r.run(t, kFilter2Uri, "/", filter2Transform("<dsig-xpath:XPath Filter=\"subtract\">" + sub +
-                                                           "</dsig-xpath:XPath>")));
+  EXPECT_FALSE(r.run(t, kFilter2Uri, "/",
+                     filter2Transform("<dsig-xpath:XPath Filter=\"subtract\">" + sub + "</dsig-xpath:XPath>")));
   EXPECT_EQ(r.unhandled(), "3");
   EXPECT_EQ(t, doc);
 

@@ -20,8 +20,9 @@ TEST(HtmlReportSource, CasesRenderAsExpected) {
     options.minimumShown = 1;
     const std::string page = cli::renderHtmlReport({c["report"]}, options);
     const std::string source = page.substr(page.find("<section class=\"source\">"));
-    for (const auto& expected : c["shows"]) EXPECT_NE(source.find(expected.get<std::string>()), std::string::npos)
-        << "missing: " << expected << "\nin: " << source.substr(0, source.find("</section>"));
+    for (const auto& expected : c["shows"])
+      EXPECT_NE(source.find(expected.get<std::string>()), std::string::npos)
+          << "missing: " << expected << "\nin: " << source.substr(0, source.find("</section>"));
     for (const auto& unexpected : c["hides"])
       EXPECT_EQ(source.find(unexpected.get<std::string>()), std::string::npos) << "present: " << unexpected;
   }

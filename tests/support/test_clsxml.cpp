@@ -65,7 +65,8 @@ TEST(ClsXml, TagPathsIndexedStepsAndCounts) {
   ASSERT_TRUE(data);
   EXPECT_EQ(data->numChildrenHavingTagUtf8("*:X509Certificate", log), 3);
   EXPECT_EQ(data->numChildrenHavingTagUtf8("X509Certificate", log), 2);
-  for (const auto& [i, content] : std::vector<std::pair<int, std::string>>{{2, "c3"}, {0, "c1"}, {3, "<none>"}, {-1, "<none>"}}) {
+  for (const auto& [i, content] :
+       std::vector<std::pair<int, std::string>>{{2, "c3"}, {0, "c1"}, {3, "<none>"}, {-1, "<none>"}}) {
     data->put_I(i);
     EXPECT_EQ(contentOf(data.get(), "*:X509Certificate[i]"), content) << i;
   }

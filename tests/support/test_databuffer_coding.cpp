@@ -41,12 +41,17 @@ TEST(Coding, EncodeForms) {
 }
 
 TEST(Coding, DecodingIsLenientOnlyAboutLayout) {
-  const struct { const char *text, *encoding; bool ok; std::string bytes; } cases[] = {
-      {" Zm9v\r\n YmFy\n\tZg\r\n", "base64", true, "foobarf"},  // folded, padding missing
-      {"Zm8 =", "base64", true, "fo"},
-      {"Zm9vYmFy*Zg==", "base64", false, "foobar"},  // complete groups before the bad byte stay
-      {"ab 01\nFF", "hex", true, std::string("\xAB\x01\xFF", 3)},
-      {"abc", "hex", false, "\xAB"}, {"0g", "hex", false, ""}, {"00", "uuencode", false, ""}};
+  const struct {
+    const char *text, *encoding;
+    bool ok;
+    std::string bytes;
+  } cases[] = {{" Zm9v\r\n YmFy\n\tZg\r\n", "base64", true, "foobarf"},  // folded, padding missing
+               {"Zm8 =", "base64", true, "fo"},
+               {"Zm9vYmFy*Zg==", "base64", false, "foobar"},  // complete groups before the bad byte stay
+               {"ab 01\nFF", "hex", true, std::string("\xAB\x01\xFF", 3)},
+               {"abc", "hex", false, "\xAB"},
+               {"0g", "hex", false, ""},
+               {"00", "uuencode", false, ""}};
   for (const auto& c : cases) {
     DataBuffer d;
     EXPECT_EQ(d.appendEncoded(c.text, c.encoding), c.ok) << c.text;
@@ -72,9 +77,16 @@ TEST(Coding, DecodingIsLenientOnlyAboutLayout) {
 // Each case: the input bytes and the UTF-8 result, or the error line when conversion fails
 // (the bytes then stay as they were); and the information line logged, if any.
 TEST(XmlToUtf8, EncodingsDeclaredDetectedAndGuessed) {
-  const std::string le16("\xFF\xFE<\0?\0x\0m\0l\0 \0e\0n\0c\0o\0d\0i\0n\0g\0=\0\"\0U\0T\0F\0-\0\x31\0\x36\0\"\0?\0>\0"
-                         "<\0a\0>\0\xE9\0\xAC\x20<\0/\0a\0>\0", 70);
-  const struct { std::string in; bool ok; std::string out; const char* info; } cases[] = {
+  const std::string le16(
+      "\xFF\xFE<\0?\0x\0m\0l\0 \0e\0n\0c\0o\0d\0i\0n\0g\0=\0\"\0U\0T\0F\0-\0\x31\0\x36\0\"\0?\0>\0"
+      "<\0a\0>\0\xE9\0\xAC\x20<\0/\0a\0>\0",
+      70);
+  const struct {
+    std::string in;
+    bool ok;
+    std::string out;
+    const char* info;
+  } cases[] = {
       {"\xEF\xBB\xBF<a>\xC3\xA9</a>", true, "<a>\xC3\xA9</a>", nullptr},
       // UTF-16LE with a BOM; the declaration is kept as it stands.
       {le16, true, "<?xml encoding=\"UTF-16\"?><a>\xC3\xA9\xE2\x82\xAC</a>", nullptr},
@@ -106,8 +118,8 @@ TEST(XmlToUtf8, EncodingsDeclaredDetectedAndGuessed) {
 
 TEST(XmlToUtf8, CorpusWindows1252Document) {
   REQUIRE_CORPUS();
-  const std::string path =
-      testsupport::corpusDir() + "/families/sii/sii-cordada-dte-60910000-1-33-2336600/DTE--60910000-1--33--2336600.xml";
+  const std::string path = testsupport::corpusDir() +
+                           "/families/sii/sii-cordada-dte-60910000-1-33-2336600/DTE--60910000-1--33--2336600.xml";
   const std::string raw = testsupport::readFile(path);
   ASSERT_FALSE(raw.empty()) << path;
   DataBuffer db = dbOf(raw);
@@ -120,9 +132,12 @@ TEST(XmlToUtf8, CorpusWindows1252Document) {
 }
 
 TEST(Files, PathsExistenceAndStreaming) {
-  const struct { const char *dir, *file, *joined; } joins[] = {
-      {"/data/refs/", "doc.xml", "/data/refs/doc.xml"}, {"refs", "/doc.xml", "refs/doc.xml"},
-      {"/", "doc.xml", "/doc.xml"}, {"", "doc.xml", "doc.xml"}};
+  const struct {
+    const char *dir, *file, *joined;
+  } joins[] = {{"/data/refs/", "doc.xml", "/data/refs/doc.xml"},
+               {"refs", "/doc.xml", "refs/doc.xml"},
+               {"/", "doc.xml", "/doc.xml"},
+               {"", "doc.xml", "doc.xml"}};
   for (const auto& j : joins) {
     StringBuffer p;
     _btFilePath::CombineDirAndFilepath(j.dir, j.file, p);

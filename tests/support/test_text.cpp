@@ -22,11 +22,14 @@ Pieces pieces(const ExtPtrArraySb& a) {
 }  // namespace
 
 TEST(StringBuffer, ReplaceAllNeverRescansReplacements) {
-  const struct { const char *text, *from, *to; int count; const char* result; } cases[] = {
-      {"aa", "a", "aa", 2, "aaaa"},
-      {"<a/>&#13;\n<b/>&#13;", "&#13;", "", 2, "<a/>\n<b/>"},
-      {"aaa", "aa", "b", 1, "ba"},  // non-overlapping, left to right
-      {"xyz", "q", "r", 0, "xyz"}};
+  const struct {
+    const char *text, *from, *to;
+    int count;
+    const char* result;
+  } cases[] = {{"aa", "a", "aa", 2, "aaaa"},
+               {"<a/>&#13;\n<b/>&#13;", "&#13;", "", 2, "<a/>\n<b/>"},
+               {"aaa", "aa", "b", 1, "ba"},  // non-overlapping, left to right
+               {"xyz", "q", "r", 0, "xyz"}};
   for (const auto& c : cases) {
     StringBuffer sb(c.text);
     EXPECT_EQ(sb.replaceAllOccurances(c.from, c.to), c.count) << c.text;
@@ -54,13 +57,19 @@ TEST(StringBuffer, SplitTokenizeAndMatch) {
 
   const char* token = "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-x509-token-profile-1.0#X509v3";
   const char* qrFilter = "not(//ancestor-or-self::*[*ID='*'])";
-  const struct { const char *text, *pattern; bool caseSensitive, match; } cases[] = {
-      {token, "*#X509v3", true, true},         {token, "*#X509v3x", true, false},
-      {token, "*#x509V3", true, false},        {token, "*#x509V3", false, true},
-      {token, "http*wss*#*", true, true},      {"", "*", true, true},
-      {"", "", true, true},                    {"a", "", true, false},
-      {"not(//ancestor-or-self::*[*ID='QR'])", qrFilter, true, true},
-      {"not(//ancestor-or-self::ds:Signature)", qrFilter, true, false}};
+  const struct {
+    const char *text, *pattern;
+    bool caseSensitive, match;
+  } cases[] = {{token, "*#X509v3", true, true},
+               {token, "*#X509v3x", true, false},
+               {token, "*#x509V3", true, false},
+               {token, "*#x509V3", false, true},
+               {token, "http*wss*#*", true, true},
+               {"", "*", true, true},
+               {"", "", true, true},
+               {"a", "", true, false},
+               {"not(//ancestor-or-self::*[*ID='QR'])", qrFilter, true, true},
+               {"not(//ancestor-or-self::ds:Signature)", qrFilter, true, false}};
   for (const auto& c : cases) EXPECT_EQ(StringBuffer(c.text).matches(c.pattern, c.caseSensitive), c.match) << c.pattern;
   // Many stars against a long text with no match: backtracking search would never finish.
   const StringBuffer as(std::string(2000, 'a'));
@@ -92,8 +101,8 @@ TEST(StringBuffer, DelimitedSpans) {
   EXPECT_EQ(inv.str(),
             "<Invoice><cac:AdditionalDocumentReference><cbc:ID>ICV</cbc:ID></cac:AdditionalDocumentReference>"
             "<cac:Signature>t</cac:Signature></Invoice>");
-  EXPECT_FALSE(inv.removeDelimitedIfContains("<cac:AdditionalDocumentReference>",
-                                             "</cac:AdditionalDocumentReference>", "QR", true, true));
+  EXPECT_FALSE(inv.removeDelimitedIfContains("<cac:AdditionalDocumentReference>", "</cac:AdditionalDocumentReference>",
+                                             "QR", true, true));
   EXPECT_TRUE(inv.removeDelimited("<cac:", "</cac:", true, false));  // every span
   EXPECT_EQ(inv.str(), "<Invoice>AdditionalDocumentReference>Signature></Invoice>");
 
@@ -146,13 +155,15 @@ TEST(StringBuffer, SearchCompareAndEdit) {
 }
 
 TEST(XString, DecimalSerialToHex) {
-  const struct { const char *decimal, *hex; } cases[] = {
-      {"0", "00"}, {"256", "0100"},
-      {"4294967296", "0100000000"},  // 2^32: carries into a new limb
-      {"18446744073709551615", "FFFFFFFFFFFFFFFF"},
-      {" 1000000000000000000000 \n", "3635C9ADC5DEA00000"},
-      // A 39-digit serial of the size certificate authorities issue (2^127 + 1).
-      {"170141183460469231731687303715884105729", "80000000000000000000000000000001"}};
+  const struct {
+    const char *decimal, *hex;
+  } cases[] = {{"0", "00"},
+               {"256", "0100"},
+               {"4294967296", "0100000000"},  // 2^32: carries into a new limb
+               {"18446744073709551615", "FFFFFFFFFFFFFFFF"},
+               {" 1000000000000000000000 \n", "3635C9ADC5DEA00000"},
+               // A 39-digit serial of the size certificate authorities issue (2^127 + 1).
+               {"170141183460469231731687303715884105729", "80000000000000000000000000000001"}};
   for (const auto& c : cases) {
     XString x(c.decimal);
     EXPECT_TRUE(x.reencode("decimal", "hex")) << c.decimal;
@@ -180,11 +191,14 @@ TEST(XString, Windows1252RepairCharsetsAndSecrets) {
   EXPECT_TRUE(log.containsText("Text was not valid UTF-8; its invalid bytes were read as Windows-1252."));
 
   const XString text("\xC3\xA9\xE2\x82\xAC");  // e-acute, euro sign
-  const struct { const char* charset; bool ok; std::string bytes; } cases[] = {
-      {"utf-16le", true, std::string("\xE9\0\xAC\x20", 4)},
-      {"Windows-1252", true, "\xE9\x80"},
-      {"latin1", false, "\xE9"},  // no euro sign in ISO-8859-1
-      {"no-such-charset", true, "\xC3\xA9\xE2\x82\xAC"}};  // unknown names keep UTF-8
+  const struct {
+    const char* charset;
+    bool ok;
+    std::string bytes;
+  } cases[] = {{"utf-16le", true, std::string("\xE9\0\xAC\x20", 4)},
+               {"Windows-1252", true, "\xE9\x80"},
+               {"latin1", false, "\xE9"},                           // no euro sign in ISO-8859-1
+               {"no-such-charset", true, "\xC3\xA9\xE2\x82\xAC"}};  // unknown names keep UTF-8
   for (const auto& c : cases) {
     _btCharset cs;
     EXPECT_EQ(cs.setByName(c.charset), std::string(c.charset) != "no-such-charset");

@@ -85,18 +85,28 @@ TEST(XmlScanner, TokensCarryExactSpansNamesAndDepths) {
 
   std::vector<XmlTokenType> types;
   for (const XmlToken& t : r.tokens) types.push_back(t.type);
-  const std::vector<XmlTokenType> expected = {
-      XmlTokenType::XmlDecl, XmlTokenType::Text,  XmlTokenType::Doctype,  XmlTokenType::Text,
-      XmlTokenType::Comment, XmlTokenType::Text,  XmlTokenType::StartTag, XmlTokenType::Text,
-      XmlTokenType::StartTag, XmlTokenType::CData, XmlTokenType::PI,      XmlTokenType::EndTag,
-      XmlTokenType::Text,    XmlTokenType::Comment};
+  const std::vector<XmlTokenType> expected = {XmlTokenType::XmlDecl,  XmlTokenType::Text,    XmlTokenType::Doctype,
+                                              XmlTokenType::Text,     XmlTokenType::Comment, XmlTokenType::Text,
+                                              XmlTokenType::StartTag, XmlTokenType::Text,    XmlTokenType::StartTag,
+                                              XmlTokenType::CData,    XmlTokenType::PI,      XmlTokenType::EndTag,
+                                              XmlTokenType::Text,     XmlTokenType::Comment};
   ASSERT_EQ(types, expected);
 
   // Name, content and depth of each token, "t&amp;" raw, not expanded.
-  const struct { size_t i; const char *name, *content; size_t depth; } expect[] = {
-      {0, "", " version=\"1.0\"", 0}, {2, "r", " <!ENTITY e \"v\"> ", 0}, {4, "", " c ", 0},
-      {6, "r", "", 1}, {7, "", "t&amp;", 1}, {8, "ds:k", "", 2}, {9, "", "<x>", 1},
-      {10, "pi", "data", 1}, {11, "r", "", 1}, {13, "", "end", 0}};
+  const struct {
+    size_t i;
+    const char *name, *content;
+    size_t depth;
+  } expect[] = {{0, "", " version=\"1.0\"", 0},
+                {2, "r", " <!ENTITY e \"v\"> ", 0},
+                {4, "", " c ", 0},
+                {6, "r", "", 1},
+                {7, "", "t&amp;", 1},
+                {8, "ds:k", "", 2},
+                {9, "", "<x>", 1},
+                {10, "pi", "data", 1},
+                {11, "r", "", 1},
+                {13, "", "end", 0}};
   for (const auto& e : expect) {
     EXPECT_EQ(r.tokens[e.i].name, e.name) << e.i;
     EXPECT_EQ(r.tokens[e.i].content, e.content) << e.i;
@@ -126,8 +136,9 @@ TEST(XmlScanner, MalformedDocumentsFailWithLocatedMessages) {
   // with the open element's name does not match it.
   for (size_t pad = 0; pad < 40; ++pad) {
     const std::string text(pad, 'x');
-    EXPECT_EQ(scanError("<a>" + text + "& <b/></a>"),
-              "line 1, column " + std::to_string(4 + pad) + ": '&' must start a reference; write &amp; for a literal '&'");
+    EXPECT_EQ(
+        scanError("<a>" + text + "& <b/></a>"),
+        "line 1, column " + std::to_string(4 + pad) + ": '&' must start a reference; write &amp; for a literal '&'");
     EXPECT_EQ(scanError("<a>" + text + "&amp;" + text + "</a>"), "");
   }
   EXPECT_EQ(scanError("<a></ab>"), "line 1, column 4: end tag </ab> does not match start tag <a>");
@@ -227,8 +238,7 @@ TEST(XmlScanner, HostileDocumentsEndQuicklyAtTheirLimit) {
   EXPECT_NE(scanError(quadratic).find("(kMaxEntityExpansionBytes)"), std::string::npos);
 
   std::string nested = "<!DOCTYPE n [<!ENTITY e0 \"x\">";
-  for (int i = 1; i <= 20; ++i)
-    nested += "<!ENTITY e" + std::to_string(i) + " \"&e" + std::to_string(i - 1) + ";\">";
+  for (int i = 1; i <= 20; ++i) nested += "<!ENTITY e" + std::to_string(i) + " \"&e" + std::to_string(i - 1) + ";\">";
   nested += "]><n>&e20;</n>";
   EXPECT_NE(scanError(nested).find("entities nested deeper than the limit of 16 (kMaxEntityNesting)"),
             std::string::npos);
@@ -252,5 +262,6 @@ TEST(XmlScanner, HostileDocumentsEndQuicklyAtTheirLimit) {
             std::string::npos);
 
   const std::string longName = "<" + std::string(xml::kMaxNameLength + 1, 'n') + "/>";
-  EXPECT_EQ(scanError(longName), "line 1, column 2: element name longer than the limit of 50000 bytes (kMaxNameLength)");
+  EXPECT_EQ(scanError(longName),
+            "line 1, column 2: element name longer than the limit of 50000 bytes (kMaxNameLength)");
 }

@@ -30,17 +30,17 @@ TEST(CanonShortcuts, OnlyCanonicalTagsAreCopied) {
   EXPECT_EQ(inclusive(canonical), canonical);
   EXPECT_EQ(inclusive("<r><a b=\"1\"/><c/></r>"), "<r><a b=\"1\"></a><c></c></r>");
   // Near misses, each rewritten.
-  EXPECT_EQ(inclusive("<r><a c=\"2\" b=\"1\"/></r>"), "<r><a b=\"1\" c=\"2\"></a></r>");   // order
+  EXPECT_EQ(inclusive("<r><a c=\"2\" b=\"1\"/></r>"), "<r><a b=\"1\" c=\"2\"></a></r>");  // order
   EXPECT_EQ(inclusive("<r><a  b=\"1\" ></a ></r>"), "<r><a b=\"1\"></a></r>");            // spaces
   EXPECT_EQ(inclusive("<r><a b='1'/></r>"), "<r><a b=\"1\"></a></r>");                    // quotes
   EXPECT_EQ(inclusive("<r><a b=\"x&#9;y\" c=\"l1\nl2\" d=\"&gt;\"/></r>"),
-            "<r><a b=\"x&#x9;y\" c=\"l1 l2\" d=\">\"></a></r>");                           // decoded values
+            "<r><a b=\"x&#x9;y\" c=\"l1 l2\" d=\">\"></a></r>");  // decoded values
   EXPECT_EQ(inclusive("<r xmlns=\"u\"><a xmlns=\"u\" b=\"1\"/></r>"),
-            "<r xmlns=\"u\"><a b=\"1\"></a></r>");                                          // redundant xmlns
+            "<r xmlns=\"u\"><a b=\"1\"></a></r>");  // redundant xmlns
   EXPECT_EQ(inclusive("<!DOCTYPE r [<!ATTLIST a d CDATA \"v\">]><r><a b=\"1\"/></r>"),
-            "<r><a b=\"1\" d=\"v\"></a></r>");                                              // DTD default
+            "<r><a b=\"1\" d=\"v\"></a></r>");  // DTD default
   EXPECT_EQ(inclusive("<!DOCTYPE r [<!ATTLIST a t NMTOKENS #IMPLIED>]><r><a t=\" x  y \"/></r>"),
-            "<r><a t=\"x y\"></a></r>");                                                    // non-CDATA type
+            "<r><a t=\"x y\"></a></r>");  // non-CDATA type
   EXPECT_EQ(inclusive("<r xmlns:p=\"urn:b\" xmlns:q=\"urn:a\"><e p:x=\"1\" q:y=\"2\" z=\"3\"/></r>"),
             "<r xmlns:p=\"urn:b\" xmlns:q=\"urn:a\"><e z=\"3\" q:y=\"2\" p:x=\"1\"></e></r>");  // by URI
 
@@ -64,8 +64,7 @@ TEST(CanonShortcuts, EscapesAtEveryPositionOfLongRuns) {
             "<r>" + pad + "&gt;" + pad + pad + "&amp;x&#xD;\n" + pad + "&lt;</r>");
   EXPECT_EQ(inclusive("<r v=\"" + pad + "&quot;" + pad + "x&lt;&#10;" + pad + "\"/>"),
             "<r v=\"" + pad + "&quot;" + pad + "x&lt;&#xA;" + pad + "\"></r>");
-  EXPECT_EQ(inclusive("<r><![CDATA[" + pad + "<&>" + pad + "]]></r>"),
-            "<r>" + pad + "&lt;&amp;&gt;" + pad + "</r>");
+  EXPECT_EQ(inclusive("<r><![CDATA[" + pad + "<&>" + pad + "]]></r>"), "<r>" + pad + "&lt;&amp;&gt;" + pad + "</r>");
 }
 
 TEST(ClsXmlShared, TreeKeepsTheCallersTextAlive) {

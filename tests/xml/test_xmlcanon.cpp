@@ -205,7 +205,8 @@ const std::vector<std::pair<const char*, std::string>> kDifferentialDocs = {
      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<?pi-before some data ?>\n<!-- before -->\n\n"
      "<doc>\n<![CDATA[ <cdata> & ]]> ]]&gt; text\n<?inner   pi data  ?><?empty?><!-- inner\ncomment -->\n"
      "<![CDATA[]]></doc>\n\n<!-- after -->\n<?pi-after?>\n"},
-    {"line ends", "<doc attr=\"one\r\ntwo\rthree\">line1\r\nline2\rline3\r\n<!-- c\r\nd --><![CDATA[x\r\ny]]></doc>\r\n"},
+    {"line ends",
+     "<doc attr=\"one\r\ntwo\rthree\">line1\r\nline2\rline3\r\n<!-- c\r\nd --><![CDATA[x\r\ny]]></doc>\r\n"},
     {"exclusive visibility",
      "<r:root xmlns:r=\"urn:r\" xmlns:u=\"urn:u\" xmlns:v=\"urn:v\" xmlns=\"urn:d\">"
      "<r:a><b u:at=\"1\"><r:c xmlns:v=\"urn:v2\"><v:d/></r:c></b></r:a><u:e xmlns=\"\"><f/></u:e></r:root>"},

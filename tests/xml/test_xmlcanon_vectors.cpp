@@ -55,7 +55,13 @@ TEST(XmlCanonVectors, FragmentDigests) {
   const std::string exc = "interop/xmlsec/merlin-exc-c14n-one/exc-signature.xml";
   const std::string t23 = "interop/xmlsec/merlin-xmldsig-twenty-three/signature.xml";
   const char* excId = "xpointer(id('to-be-signed'))";
-  const struct { std::string file; const char* id; Canon c; const EVP_MD* (*md)(); const char* digest; } cases[] = {
+  const struct {
+    std::string file;
+    const char* id;
+    Canon c;
+    const EVP_MD* (*md)();
+    const char* digest;
+  } cases[] = {
       {exc, excId, {2}, EVP_sha1, "7yOTjUu+9oEhShgyIIXDLjQ08aY="},
       {exc, excId, {2, false, "bar #default"}, EVP_sha1, "09xMy0RTQM1Q91demYe/0F6AGXo="},
       {exc, excId, {2, true}, EVP_sha1, "ZQH+SkCN8c5y0feAr+aRTZDwyvY="},
@@ -70,14 +76,26 @@ TEST(XmlCanonVectors, FragmentDigests) {
       {t23, "reference-2", {1}, EVP_sha1, "VzK45P9Ksjqq5oXlKQpkGgB2CNY="},
       {t23, "manifest-reference-1", {1}, EVP_sha1, "7/9fR+NIDz9owc1Lfsxu1JBr8uo="},
       {"families/wss/wss-wsjs-wcf_valid_resp/valid_wss_resp.xml", "_1", {2}, EVP_sha1, "cQ76e3vY/z1AtWTjv81sGkNZG/I="},
-      {"families/wss/wss-cxf-signed_x509_issuer_serial/signed_x509_issuer_serial.xml", "id-17", {2}, EVP_sha1,
+      {"families/wss/wss-cxf-signed_x509_issuer_serial/signed_x509_issuer_serial.xml",
+       "id-17",
+       {2},
+       EVP_sha1,
        "ydnnACRLT6oKf1FalVZjqOAzwTY="},
-      {"families/xades-t/xadest-dss-signature-x-bg-1/Signature-X-BG-1.xml", "SignedProps0", {1}, EVP_sha1,
+      {"families/xades-t/xadest-dss-signature-x-bg-1/Signature-X-BG-1.xml",
+       "SignedProps0",
+       {1},
+       EVP_sha1,
        "UG++Q/GdmZ4K6r5jGv6JU0j80Vo="},
-      {"families/xades-t/xadest-dss-signature-x-hu_pol-3/Signature-X-HU_POL-3.xml", "Signature-1__SignedProperties-1",
-       {2}, EVP_sha256, "O+0ysUTINiYK70eIMK0r99ZSw9YJfLucRNNuJCUOAAo="},
+      {"families/xades-t/xadest-dss-signature-x-hu_pol-3/Signature-X-HU_POL-3.xml",
+       "Signature-1__SignedProperties-1",
+       {2},
+       EVP_sha256,
+       "O+0ysUTINiYK70eIMK0r99ZSw9YJfLucRNNuJCUOAAo="},
       {"families/other-ec-sri/other-ecsri-calisto-credit-note/signed.xml",
-       "SignedProperties-5bdfc32d-a37f-47c3-90fe-49f5a093b7bf", {1}, EVP_sha1, "CecCRnJ++klvInneDBaI8xRVdoo="},
+       "SignedProperties-5bdfc32d-a37f-47c3-90fe-49f5a093b7bf",
+       {1},
+       EVP_sha1,
+       "CecCRnJ++klvInneDBaI8xRVdoo="},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.file + " #" + c.id);
