@@ -35,8 +35,8 @@ const OptionSpec kOptAt{"at",
                         true,
                         false,
                         "TIME",
-                        "Check the chain at this time (ISO 8601 UTC, e.g. 2025-03-01T12:00:00Z) instead of a "
-                        "verified signature time-stamp's time or now."};
+                        "Check the chain at this time (ISO 8601 UTC, e.g. 2025-03-01T12:00:00Z) instead of the "
+                        "time of a verified signature time-stamp whose authority chains to an anchor too, or now."};
 
 namespace {
 

@@ -28,7 +28,6 @@ constexpr size_t kWholeSourceLimit = 2 * 1024 * 1024;
 constexpr size_t kSourceHead = 1024 * 1024;
 constexpr size_t kSourceTail = 256 * 1024;
 constexpr int kMinRsaBits = 2048;
-constexpr const char* kVerifyTimeStamp = "VerifyEncapsulatedTimeStamp";
 constexpr int kHashSha1 = 1;
 constexpr int kHashMd5 = 5;
 
@@ -96,32 +95,18 @@ std::string signingTime(ClsXmlDSig& d) {
   return text.getString();
 }
 
-// The signature's time-stamp: what it states, and whether it verifies (the token's
-// signature, and that it stamps this signature value). Unless the verification already
-// checked it, it is checked here on its own; the verifier's results of the signature were
-// read before.
+// The signature's time-stamp: what it states, and whether it verified (the token's
+// signature, and that it stamps this signature value) in the verification just done.
 ordered_json timeStampJson(ClsXmlDSig& d) {
   if (!d.HasEncapsulatedTimeStamp()) return nullptr;
-  XString time, authority;
+  XString time, authority, error;
   d.GetTimeStampInfo(time, authority);
-  XString options;
-  d.get_UncommonOptions(options);
-  const std::string given = options.getUtf8();
-  bool verified = d.get_TimeStampVerified();
-  std::string error;
-  if (!verified) {
-    d.put_UncommonOptions(XString((given + (given.empty() ? "" : ",") + kVerifyTimeStamp).c_str()));
-    d.VerifySignature(false);
-    verified = d.get_TimeStampVerified();
-    if (!verified) error = d.lastErrorLine();
-    d.put_UncommonOptions(options);
-  }
+  d.get_TimeStampError(error);
   ordered_json j;
   j["time"] = orNull(time.getUtf8());
   j["authority"] = orNull(authority.getUtf8());
-  j["verified"] = verified;
-  j["error"] = verified ? ordered_json(nullptr)
-                        : ordered_json(error.empty() ? "the time-stamp does not verify" : error);
+  j["verified"] = d.get_TimeStampVerified();
+  j["error"] = orNull(error.getUtf8());
   return j;
 }
 
@@ -319,7 +304,7 @@ ordered_json signatureReportDetails(ClsXmlDSig& d, const SignatureVerdict& s) {
   j["signingTime"] = orNull(signingTime(d));
   j["signatureSpan"] = signatureSpan(d);
   j["warnings"] = algorithmWarnings(j["algorithms"], keyType, keyBits);
-  j["timestamp"] = timeStampJson(d);  // last: it may verify the signature again
+  j["timestamp"] = timeStampJson(d);
   return j;
 }
 

@@ -97,8 +97,13 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // subject of the token's signer certificate; "" when neither is known). False when the
   // signature carries no time-stamp or its token does not parse.
   bool GetTimeStampInfo(XString& time, XString& authority);
-  // Whether the last VerifySignature verified a time-stamp (with VerifyEncapsulatedTimeStamp).
+  // Whether the last VerifySignature verified the signature's time-stamp (its token's
+  // signature, over this signature value). A signature that carries one always has it
+  // checked; only with VerifyEncapsulatedTimeStamp does a failing one fail the signature.
   bool get_TimeStampVerified() const;
+  // Why the time-stamp of the last VerifySignature did not verify; "" when it did or the
+  // signature carries none.
+  void get_TimeStampError(XString& out);
   void SetHttpObj(ClsHttp* http);
   ClsXml* GetKeyInfo();
   ClsPublicKey* GetPublicKey();
@@ -351,6 +356,13 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // ---- encapsulated timestamps ----
   bool hasEncapsulatedTimeStamp(LogBase& log);
   bool verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigXml, LogBase& log);
+  // Checks the selected signature's time-stamp, when it carries one, and records the
+  // outcome; false only when VerifyEncapsulatedTimeStamp is set and it does not verify.
+  bool checkSignatureTimeStamp(ClsXml& signature, LogBase& log);
+  void noteTimeStampVerified(long long genTime, std::vector<std::string> certs);
+  // Whether the verified time-stamp's authority chains to a trust anchor at its own time,
+  // so that its time may serve as the signer's validation time.
+  bool timeStampAuthorityTrusted(LogBase& log);
   bool addEncapsulatedTimeStamp(ClsJsonObject& options, XString& out, LogBase& log);
   static void appendXmlAttrId(StringBuffer& sb, LogBase& log);
 

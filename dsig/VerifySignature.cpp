@@ -171,6 +171,9 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
     return false;
   }
 
+  // The time-stamp first: its outcome is reported even when a reference then fails.
+  if (!checkSignatureTimeStamp(*signature, log)) return false;
+
   if (verifyReferenceDigests) {
     ExtPtrArraySb dirs;
     log.LogDataX("externalRefDirs", m_externalRefDirs);
@@ -211,25 +214,6 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   XmlSigLocate locator;
   if (!locateSignature(locator, signatureId, firstRef.digestValue, 3, log)) return false;
   const size_t signedInfoStart = locator.m_signedInfoStart;
-
-  if (log.hasUncommonOption("VerifyEncapsulatedTimeStamp", true)) {
-    LogContextExitor tsContext(log, "checkEncapsulatedTimeStamp");
-    if (locator.m_sigStart < m_xmlSb.getSize()) {
-      StringBuffer sigText(m_xmlSb.substr(locator.m_sigStart, locator.m_sigLength));
-      if (log.m_verboseLogging) log.LogBracketed("signature", sigText);
-      if (sigText.containsSubstring("EncapsulatedTimeStamp")) {
-        RcPtr<ClsXml> sigTree(ClsXml::createNewCls());
-        if (!sigTree || !sigTree->loadXml(sigText, true, log)) {
-          log.LogError("Failed to load signature XML.");
-          return false;
-        }
-        if (!verifyEncapsulatedTimeStamp(sigText, sigTree.get(), log)) {
-          log.LogError("Verification of encapsulated timestamp failed.");
-          return false;
-        }
-      }
-    }
-  }
 
   const dsig_family::SignedBytes signedBytes = family().signedBytes();
   if (family().logsSignedInfo())

@@ -151,7 +151,7 @@ bool ClsXmlDSig::checkSignerTrust(const std::vector<std::string>& keyInfoCerts, 
   if (m_signerPolicy.hasValidationTime) {
     at = m_signerPolicy.validationTime;
     r.validationTimeSource = "caller";
-  } else if (r.timeStampTime >= 0) {
+  } else if (r.timeStampVerified && r.timeStampTime >= 0 && timeStampAuthorityTrusted(log)) {
     at = r.timeStampTime;
     r.validationTimeSource = "timestamp";
   }
@@ -187,4 +187,29 @@ bool ClsXmlDSig::checkSignerTrust(const std::vector<std::string>& keyInfoCerts, 
   }
   log.LogInfo("The signer certificate chains to a trust anchor.");
   return true;
+}
+
+// A time-stamp's time moves the validation time into the past, where an expired or later
+// revoked signer certificate was still good: anyone can make a token that states any time,
+// so only an authority that itself chains to an anchor, at that time, is believed.
+bool ClsXmlDSig::timeStampAuthorityTrusted(LogBase& log) {
+  const SignerResult& r = m_signerResult;
+  std::vector<ossl::X509Ptr> certs;
+  for (const std::string& der : r.timeStampCerts) {
+    DataBuffer bytes;
+    bytes.append(der.data(), der.size());
+    if (ossl::X509Ptr cert = parseCert(bytes)) certs.push_back(std::move(cert));
+  }
+  std::string error = "the time-stamp carries no certificate of its authority";
+  if (!certs.empty()) {
+    std::vector<X509*> intermediates;
+    for (size_t i = 1; i < certs.size(); ++i) intermediates.push_back(certs[i].get());
+    const TrustStore::Verdict verdict = m_signerPolicy.trust.verify(certs[0].get(), intermediates, r.timeStampTime);
+    if (verdict.trusted) return true;
+    error = verdict.error;
+  }
+  log.LogInfo(
+      ("The time-stamp's time is not used as the validation time: its authority is not trusted (" + error + ").")
+          .c_str());
+  return false;
 }

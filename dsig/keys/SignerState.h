@@ -34,8 +34,14 @@ struct SignerResult {
 
   // Candidate keys left out because they are not pinned, in the last verification.
   int unpinnedCandidates = 0;
-  // The genTime of a time-stamp verified in the last verification (seconds since 1970), or -1.
+  // The signature time-stamp, checked whenever the signature carries one: whether it
+  // verified (its token's signature, over this signature value), why not, its genTime
+  // (seconds since 1970, or -1) and the token's certificates (DER, its signer's first).
+  bool timeStampChecked = false;
+  bool timeStampVerified = false;
+  std::string timeStampError;
   long long timeStampTime = -1;
+  std::vector<std::string> timeStampCerts;
 
   void clear() { *this = SignerResult(); }
 };

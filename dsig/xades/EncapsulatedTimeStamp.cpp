@@ -2,6 +2,8 @@
 // one (the token's CMS signature and its message imprint over the canonical
 // SignatureValue), and the HTTP object used to obtain new ones.
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "crypto/Asn1Xml.h"
 #include "crypto/CertSummary.h"
@@ -13,6 +15,8 @@
 #include "support/ClsXml.h"
 #include "support/ContentCoding.h"
 #include "support/LogBase.h"
+#include "support/RefCountedObject.h"
+#include "support/xml/XmlTree.h"
 #include "xml/XmlCanon.h"
 
 ClsHttp* _clsCades::tsaHttpObj() const { return static_cast<ClsHttp*>(m_http.get()); }
@@ -77,7 +81,51 @@ bool ClsXmlDSig::GetTimeStampInfo(XString& time, XString& authority) {
   return true;
 }
 
-bool ClsXmlDSig::get_TimeStampVerified() const { return m_signerResult.timeStampTime >= 0; }
+bool ClsXmlDSig::get_TimeStampVerified() const { return m_signerResult.timeStampVerified; }
+
+void ClsXmlDSig::get_TimeStampError(XString& out) {
+  out.clear();
+  const SignerResult& r = m_signerResult;
+  LogNull quiet;
+  if (r.timeStampVerified || !hasEncapsulatedTimeStamp(quiet)) return;
+  out.setFromUtf8(!r.timeStampChecked        ? "the time-stamp was not checked"
+                  : r.timeStampError.empty() ? "the time-stamp does not verify"
+                                             : r.timeStampError.c_str());
+}
+
+void ClsXmlDSig::noteTimeStampVerified(long long genTime, std::vector<std::string> certs) {
+  m_signerResult.timeStampVerified = true;
+  m_signerResult.timeStampTime = genTime;
+  m_signerResult.timeStampCerts = std::move(certs);
+}
+
+bool ClsXmlDSig::checkSignatureTimeStamp(ClsXml& signature, LogBase& log) {
+  const bool required = log.hasUncommonOption("VerifyEncapsulatedTimeStamp", true);
+  const xml::XmlTree* tree = signature.tree();
+  const xml::XmlNode* node = signature.node();
+  if (!tree || !node) return true;
+  StringBuffer sigText(tree->sourceOf(*node));
+  if (!sigText.containsSubstring("EncapsulatedTimeStamp")) return true;
+  // Checked on a log of its own unless a failing time-stamp must fail the signature: its
+  // outcome is a result of the verification either way.
+  _btLogger own;
+  own.m_uncommonOptions = log.m_uncommonOptions;
+  LogBase& stampLog = required ? log : own;
+  LogContextExitor ctx(stampLog, "checkEncapsulatedTimeStamp");
+  if (stampLog.m_verboseLogging) stampLog.LogBracketed("signature", sigText);
+  m_signerResult.timeStampChecked = true;
+  RcPtr<ClsXml> sigTree(ClsXml::createNewCls());
+  bool verified = false;
+  if (!sigTree || !sigTree->loadXml(sigText, true, stampLog)) stampLog.LogError("Failed to load signature XML.");
+  else verified = verifyEncapsulatedTimeStamp(sigText, sigTree.get(), stampLog) && m_signerResult.timeStampVerified;
+  if (verified) return true;
+  if (!required) {
+    m_signerResult.timeStampError = own.lastErrorLine();
+    return true;
+  }
+  log.LogError("Verification of encapsulated timestamp failed.");
+  return false;
+}
 
 bool ClsXmlDSig::verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigXml, LogBase& log) {
   LogContextExitor ctx(log, "verifyEncapsulatedTimeStamp");
@@ -175,7 +223,7 @@ bool ClsXmlDSig::verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigX
   log.LogDataHexDb("computed_hash", computed);
   if (computed.equals(expectedHash)) {
     log.LogInfo("The computed hash is equal to the expected hash.");
-    m_signerResult.timeStampTime = genTime;
+    noteTimeStampVerified(genTime, token.certificatesSignerFirst());
     return true;
   }
   canonSigValue.toCRLF();
@@ -184,7 +232,7 @@ bool ClsXmlDSig::verifyEncapsulatedTimeStamp(StringBuffer& sigText, ClsXml* sigX
   log.LogDataHexDb("computed_hash_with_CRLF", computed);
   if (computed.equals(expectedHash)) {
     log.LogInfo("The computed hash is equal to the expected hash.");
-    m_signerResult.timeStampTime = genTime;
+    noteTimeStampVerified(genTime, token.certificatesSignerFirst());
     return true;
   }
   log.LogError("Computed hash not equal to the expected hash.");

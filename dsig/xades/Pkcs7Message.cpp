@@ -165,6 +165,32 @@ bool Pkcs7Message::describeTimeStamp(std::string& time, std::string& authority, 
   return true;
 }
 
+std::vector<std::string> Pkcs7Message::certificatesSignerFirst() const {
+  std::vector<std::string> out;
+  bool signerFound = false;
+  if (!m_impl->cms) return out;
+  std::unique_ptr<STACK_OF(X509), CertStackFree> certs(CMS_get1_certs(m_impl->cms.get()));
+  STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(m_impl->cms.get());
+  CMS_SignerInfo* signer = signers && sk_CMS_SignerInfo_num(signers) > 0 ? sk_CMS_SignerInfo_value(signers, 0)
+                                                                         : nullptr;
+  for (int i = 0; certs && i < sk_X509_num(certs.get()); ++i) {
+    X509* cert = sk_X509_value(certs.get(), i);
+    unsigned char* der = nullptr;
+    const int len = i2d_X509(cert, &der);
+    if (len <= 0) continue;
+    std::string bytes(reinterpret_cast<const char*>(der), static_cast<size_t>(len));
+    OPENSSL_free(der);
+    if (!signerFound && signer && CMS_SignerInfo_cert_cmp(signer, cert) == 0) {
+      signerFound = true;
+      out.insert(out.begin(), std::move(bytes));
+    } else {
+      out.push_back(std::move(bytes));
+    }
+  }
+  if (!signerFound) out.clear();
+  return out;
+}
+
 bool Pkcs7Message::getTimestampToken(ClsJsonObject& options, const DataBuffer& data, _clsCades& cades,
                                      DataBuffer& token, LogBase& log) {
   LogContextExitor ctx(log, "getTimestampToken");

@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "support/DataBuffer.h"
 
@@ -37,6 +38,10 @@ class Pkcs7Message {
   // token's signer identifies among those it carries). False when the content is not a
   // time-stamp.
   bool describeTimeStamp(std::string& time, std::string& authority, LogBase& log) const;
+
+  // The DER of the certificates the loaded message carries, the one its signer identifies
+  // first. Empty when the message does not carry its signer's certificate.
+  std::vector<std::string> certificatesSignerFirst() const;
 
   // Asks the time-stamp authority named in the options for a token over data. Options:
   //   "tsaUrl"        (required) the authority's URL

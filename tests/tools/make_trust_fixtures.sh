@@ -9,8 +9,10 @@
 #   anchors/                           root.pem, other-root.pem and a file that is no certificate
 #   leaf-pub.pem leaf.der              the signer's public key; its certificate as DER
 #   inter.crl                          the intermediate's CRL (revokes revoked.pem)
+#   tsa.pem tsa.key                    a time-stamp authority (issued by root), valid from 2019
 #   attacker.pem attacker-ec.pem attacker-pub.pem  the attacker's RSA certificate, EC key and RSA public key
 #   trusted.xml expired.xml noku.xml revoked.xml   enveloped, KeyInfo holds the signer and inter
+#   expired-ids.xml    expired.xml with Ids on Signature and SignatureValue (a time-stamp names them)
 #   forged-ec.xml      altered content signed with the attacker's EC key; KeyInfo holds the
 #                      genuine leaf certificate, then the attacker's ECKeyValue
 #   forged-token.xml   altered content signed with the attacker's RSA key; KeyInfo references a
@@ -57,6 +59,10 @@ authorityKeyIdentifier = keyid
 [ ext_signer ]
 basicConstraints = CA:FALSE
 keyUsage = critical, digitalSignature, nonRepudiation
+[ ext_tsa ]
+basicConstraints = CA:FALSE
+keyUsage = critical, digitalSignature, nonRepudiation
+extendedKeyUsage = critical, timeStamping
 [ ext_noku ]
 basicConstraints = CA:FALSE
 keyUsage = critical, keyEncipherment
@@ -91,6 +97,7 @@ issue leaf inter ext_signer -days 365
 issue expired inter ext_signer -startdate 20200101000000Z -enddate 20200201000000Z
 issue noku inter ext_noku -days 365
 issue revoked inter ext_signer -days 365
+newkey tsa && csr tsa "/O=xmldsig tests/CN=Trust Fixture TSA" && issue tsa root ext_tsa -startdate 20190101000000Z -enddate 20361231000000Z
 CA=inter openssl ca -config ca.cnf -cert inter.pem -keyfile inter.key -revoke revoked.pem >/dev/null 2>&1
 CA=inter openssl ca -config ca.cnf -cert inter.pem -keyfile inter.key -gencrl -out inter.crl >/dev/null 2>&1
 
@@ -125,6 +132,10 @@ signed_by leaf trusted.xml
 signed_by expired expired.xml
 signed_by noku noku.xml
 signed_by revoked revoked.xml
+# Neither Id is signed: the enveloped signature is left out of what the reference digests.
+sed -e 's|<ds:Signature xmlns|<ds:Signature Id="sig-expired" xmlns|' \
+  -e 's|<ds:SignatureValue>|<ds:SignatureValue Id="sv-expired">|' expired.xml > expired-ids.xml
+grep -q 'Id="sv-expired"' expired-ids.xml
 
 # The attacker's EC signature, with the genuine certificate listed first.
 cat > forged-ec.tmpl <<XML
@@ -163,4 +174,5 @@ sed -i -e "s|$RSA256|$DSA256|" \
   -e "s|<ds:SignatureValue>[^<]*</ds:SignatureValue>|<ds:SignatureValue>$SIGVAL</ds:SignatureValue><ds:KeyInfo><ds:X509Data><ds:X509Certificate>$(certbody leaf.pem)</ds:X509Certificate></ds:X509Data><ds:KeyValue><ds:DSAKeyValue><ds:P>$P</ds:P><ds:Q>$Q</ds:Q><ds:G>$ONE</ds:G><ds:Y>$ONE</ds:Y></ds:DSAKeyValue></ds:KeyValue></ds:KeyInfo>|" \
   forged-dsa.xml
 grep -q "<ds:G>$ONE</ds:G>" forged-dsa.xml
-for f in trusted expired noku revoked forged-ec forged-token forged-dsa; do test -s "$f.xml"; done
+for f in trusted expired expired-ids noku revoked forged-ec forged-token forged-dsa; do test -s "$f.xml"; done
+test -s tsa.pem
