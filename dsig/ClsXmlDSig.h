@@ -285,7 +285,10 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // names or the whole document.
   void recordSameDocumentCoverage(const StringBuffer& fragment, Coverage& coverage);
   // The elements under the covered data that an XPath exclusion of this form names.
-  void recordXPathRemovals(const StringBuffer& xpath, bool filter2, Coverage& coverage);
+  void recordXPathRemovals(const StringBuffer& xpath, const char* by, Coverage& coverage);
+  // A family exclusion (UBL blocks, the QR reference) cut from the loaded tree into the
+  // pipeline's in-place cuts, each noted as removed by the family; false when refused.
+  bool cutExclusionInPlace(ClsXml* transform, const std::string& excluded, ReferencePipeline& pipe, LogBase& log);
   // Notes the element of the loaded tree that starts at `start` as removed by `by`.
   void recordRemovedElement(size_t start, const char* by, Coverage& coverage);
   bool verifyExternalReference(int index, const StringBuffer& uri, ReferencePipeline& pipe, bool& externalDataMissing,
@@ -299,6 +302,15 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // document in place while it still is the document, less its cut-out span) and leaves the
   // result in data, or only feeds it to the pipeline's streamed digest with toDigest (the
   // final step).
+  // The text a canonicalization step reads, and where: the document read in place with one
+  // cut, an element in its context, or the working copy (materialized when needed).
+  struct CanonicalInput {
+    const StringBuffer* text = nullptr;
+    size_t cutStart = 0, cutLength = 0;
+    size_t startOffset = 0;  // above 0: the element that starts there
+  };
+  bool selectCanonicalInput(bool byId, uint32_t target, ReferencePipeline& pipe, StringBuffer& data,
+                            StringBuffer& context, CanonicalInput& in, LogBase& log);
   bool canonicalizeStep(ClsXml* transform, StringBuffer& data, const StringBuffer& algorithm, const StringBuffer& uri,
                         ReferencePipeline& pipe, bool toDigest, LogBase& log);
   // Runs a reference's transforms on the node-set of data (the document text) and leaves

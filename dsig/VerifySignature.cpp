@@ -91,6 +91,13 @@ std::string unknownAlgorithmOf(const ReferenceResult& r) {
 }  // namespace
 
 void ClsXmlDSig::noteReferenceFailure() {
+  // A family cut the document's structure refused says why before anything else.
+  for (const ReferenceResult& r : m_record.references) {
+    if (!r.checked || r.refusal.empty()) continue;
+    m_record.failedReference = r.index;
+    noteFailure("structure", "reference " + std::to_string(r.index) + " (URI \"" + r.uri + "\"): " + r.refusal);
+    return;
+  }
   // A changed document, an algorithm not supported and missing data are what a user must
   // hear about; any other failing reference keeps the verifier's own reason.
   const ReferenceResult* first = nullptr;
@@ -261,7 +268,10 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
   } else if (signedBytes == dsig_family::SignedBytes::SignedInfoInDoda) {
     StringBuffer doda;
     size_t dodaPos = 0;
-    if (!dsig_family::dodaElementText(signature, doda, dodaPos, log)) return false;
+    if (!dsig_family::dodaElementText(signature, doda, dodaPos, log)) {
+      noteFailure("structure", "the doda element is not the one written around the signature");
+      return false;
+    }
     const size_t offset = signedInfoStart - dodaPos;
     if (!canon.xmlCanonicalize(doda, nullptr, offset, canonSignedInfo, log)) {
       noteFailure("canonicalization-failed");
@@ -274,7 +284,12 @@ bool ClsXmlDSig::verifySignature(bool verifyReferenceDigests, LogBase& log) {
       log.LogError("Failed to get first reference for signature verification.");
       return false;
     }
-    if (!dsig_family::zatcaInvoiceChainIsFixed(refElement.get(), log)) return false;
+    if (!dsig_family::zatcaInvoiceChainIsFixed(refElement.get(), log)) {
+      noteFailure("structure",
+                  "the invoice reference does not carry exactly the ZATCA transform chain, which the "
+                  "signature value does not cover");
+      return false;
+    }
     if (!refElement->getChildContentUtf8("*:DigestValue", canonSignedInfo, false)) {
       log.LogError("Failed to get invoiceHash for signature verification.");
       return false;

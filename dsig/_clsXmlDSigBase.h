@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <string_view>
 
 #include "dsig/ClsBase.h"
@@ -48,6 +49,15 @@ class _clsXmlDSigBase : public ClsBase, public _clsCades {
   // XPath / XPath Filter 2.0 transform by recognised expression patterns (in place).
   bool transformXPath(ClsXml* transform, StringBuffer& xml, const StringBuffer& algorithm, const StringBuffer& xpath,
                       LogBase& log);
+  // Which text pattern transformXPath recognises the expression as (0: none; 1 signature
+  // exclusions, 2 SOAP next-actor blocks, 3 UBLDocumentSignatures, 4 Filter 2.0 signature
+  // subtraction, 5 Filter 2.0 UBL extensions, 6 and 7 not(//ancestor-or-self::...)); for a
+  // family exclusion, `excluded` names what it excludes ("cac:Signature", "p:E[q:N='v']").
+  static int textXPathPattern(ClsXml* transform, const StringBuffer& algorithm, const StringBuffer& xpath,
+                              std::string& excluded);
+  // Cuts what a family exclusion names out of xml, decided on its parsed structure; false
+  // (the reason in m_familyRefusal) when the structure refuses the cut.
+  bool cutExclusionFromText(ClsXml* transform, const std::string& excluded, StringBuffer& xml, LogBase& log);
   // Whether the expression is one transformXPath applies as a cut of the text (signature
   // exclusions and the document conventions); any other is evaluated on the node-set.
   static bool isTextXPathPattern(ClsXml* transform, const StringBuffer& algorithm, const StringBuffer& xpath);
@@ -57,11 +67,10 @@ class _clsXmlDSigBase : public ClsBase, public _clsCades {
   // Family adjustments on document text.
   bool preprocessXmlToTransform(const StringBuffer& fragmentId, DSigReference& ref, StringBuffer& xml, LogBase& log);
   bool postProcessTransformedXml(StringBuffer& unused, DSigReference& ref, StringBuffer& xml, LogBase& log);
-  void extract_sii_cl_dte(StringBuffer& xml, const char* id, bool keepCopy, LogBase& log);
-  bool removeXmlChunk(const char* startTag, const char* endTag, StringBuffer& xml, LogBase& log);
-  bool removeXmlChunkContaining(const char* startTag, const char* endTag, const char* mustContain, StringBuffer& xml,
-                                LogBase& log);
-  bool zatcaTransformInvoice(StringBuffer& xml, LogBase& log);
+  bool extract_sii_cl_dte(StringBuffer& xml, const char* id, bool keepCopy, LogBase& log);
+  // A family cut refused: the reason (one line) is kept for the reference's result.
+  void noteFamilyRefusal(const std::string& why, LogBase& log);
+  std::string m_familyRefusal;  // why the current reference's family cut was refused ("" when none was)
 
   // Document-family fields, in declaration order.
   int32_t m_specialDocKind = 0;  // 3 = Peruvian SUNAT UBL document

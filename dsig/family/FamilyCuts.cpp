@@ -143,6 +143,28 @@ bool dodaElementText(const ClsXml* signature, StringBuffer& out, size_t& offset,
   return true;
 }
 
+CutResult siiDteSpan(std::string_view text, std::string_view id, ElementSpan& span, LogBase& log) {
+  const size_t candidate = findInMarkup(text, "ID=\"" + std::string(id) + "\"");
+  if (id.empty() || candidate == npos) return CutResult::None;
+  xml::XmlTree tree;
+  if (!parse(text, tree, "SII DTE", log)) return CutResult::Refused;
+  const std::vector<uint32_t>& carriers = tree.elementsWithId(id);
+  const xml::XmlNode* documento = carriers.size() == 1 ? tree.nodeAt(carriers.front()) : nullptr;
+  if (!documento || candidate < documento->start || candidate >= startTagEnd(text, documento->start))
+    return refuse(log, "SII DTE: the ID the text shows is not on the one element carrying it; nothing is cut.");
+  const xml::XmlNode* dte = tree.parentOf(*documento);
+  if (tree.tagOf(*documento) != "Documento" || !dte || tree.tagOf(*dte) != "DTE" || dte->start == 0 ||
+      tree.child(*dte, 0) != documento || tree.namespaceOfElement(*dte) != tree.namespaceOfElement(*documento) ||
+      text.substr(startTagEnd(text, dte->start), documento->start - startTagEnd(text, dte->start)).find('<') != npos)
+    return CutResult::None;
+  // The end tag the text shows first must be the DTE's own.
+  const size_t endTag = findInMarkup(text, "</DTE>", dte->start);
+  if (endTag == npos || endTag + 6 != dte->end)
+    return refuse(log, "SII DTE: the first </DTE> the text shows does not end the DTE element; nothing is cut.");
+  span = {dte->start, dte->end};
+  return CutResult::Found;
+}
+
 CutResult soapNextActorSpans(std::string_view text, std::vector<ElementSpan>& spans, LogBase& log) {
   spans.clear();
   std::vector<size_t> candidates;

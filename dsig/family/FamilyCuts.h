@@ -40,6 +40,12 @@ CutResult cmaStpDocumentSpan(std::string_view text, ElementSpan& span, LogBase& 
 // the only element of that name. Writes its text and the offset it starts at in the document.
 bool dodaElementText(const ClsXml* signature, StringBuffer& out, size_t& offset, LogBase& log);
 
+// Chilean SII documents: the DTE element whose first child is the Documento carrying the
+// reference's ID (written <DTE ...> and <Documento ... ID="id">, the same namespace, nothing
+// but text between their start tags), the only element carrying that ID. None when the text
+// shows no such ID or the shape is not that one (the reference is then read as it is).
+CutResult siiDteSpan(std::string_view text, std::string_view id, ElementSpan& span, LogBase& log);
+
 // SOAP header blocks addressed to the next message handler: every element carrying the SOAP
 // actor attribute (in the SOAP envelope namespace) with the "next" or ebXML "nextMSH" actor,
 // outermost ones only, in document order.

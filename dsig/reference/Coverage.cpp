@@ -156,13 +156,12 @@ void ClsXmlDSig::recordRemovedElement(size_t start, const char* by, Coverage& co
   if (!already) coverage.removed.push_back(part);
 }
 
-void ClsXmlDSig::recordXPathRemovals(const StringBuffer& xpath, bool filter2, Coverage& coverage) {
+void ClsXmlDSig::recordXPathRemovals(const StringBuffer& xpath, const char* by, Coverage& coverage) {
   const xml::XmlTree* tree = m_xmlRoot ? m_xmlRoot->tree() : nullptr;
   if (!tree || !coverage.hasElement) return;
   const std::vector<Exclusion> exclusions = exclusionsOf(xpath.view());
   if (exclusions.empty()) return;
   const xml::XmlNode* covered = tree->nodeAt(coverage.nodeIndex);
-  const char* by = filter2 ? "xpath-filter2" : "xpath";
   // An excluded element takes its descendants with it: only the outermost is named.
   size_t skipUntil = 0;
   for (uint32_t i = coverage.nodeIndex; i < covered->subtreeEnd; ++i) {

@@ -81,6 +81,17 @@ bool decodeBase64Transform(const StringBuffer& data, DataBuffer& decoded, LogBas
   return true;
 }
 
+// A same-document reference without an XPointer selects its data without comments, so a
+// WithComments canonicalization has none to keep. A whole-document reference keeps them
+// only on the retry (signers that digested them).
+std::string_view methodWithoutUnselectedComments(const AlgorithmRow& row, Fragment fragment, bool fragmentKeepsComments,
+                                                 ReferencePipeline& pipe) {
+  if (!row.withComments || fragmentKeepsComments) return row.uri;
+  if (fragment == Fragment::WholeDocument && pipe.keepCommentsOfWholeDocument) return row.uri;
+  if (fragment == Fragment::WholeDocument) pipe.droppedComments = true;
+  return dsig_algorithms::withoutComments(row);
+}
+
 }  // namespace
 
 bool ClsXmlDSig::canonicalizeStep(ClsXml* transform, StringBuffer& data, const StringBuffer& algorithm,
@@ -99,23 +110,15 @@ bool ClsXmlDSig::canonicalizeStep(ClsXml* transform, StringBuffer& data, const S
   StringBuffer id;
   bool fragmentKeepsComments = false;
   const Fragment fragment = classifyFragment(uri, id, fragmentKeepsComments);
-
-  // A same-document reference without an XPointer selects its data without comments, so a
-  // WithComments canonicalization has none to keep. A whole-document reference keeps them
-  // only on the retry (signers that digested them).
-  StringBuffer method(algorithm);
-  if (row->withComments && !fragmentKeepsComments) {
-    if (fragment == Fragment::WholeDocument && pipe.keepCommentsOfWholeDocument) {
-      // kept
-    } else {
-      if (fragment == Fragment::WholeDocument) pipe.droppedComments = true;
-      method.setString(dsig_algorithms::withoutComments(*row));
-    }
-  }
+  StringBuffer method;
+  method.setString(methodWithoutUnselectedComments(*row, fragment, fragmentKeepsComments, pipe));
 
   // An Id names exactly one element of the document, or the reference fails.
   uint32_t target = 0;
   if (fragment == Fragment::ById && !resolveIdTarget(id, target, log)) return false;
+  StringBuffer context;
+  CanonicalInput in;
+  if (!selectCanonicalInput(fragment == Fragment::ById, target, pipe, data, context, in, log)) return false;
 
   size_t produced = 0;
   std::function<void(std::string_view)> sink;
@@ -124,14 +127,28 @@ bool ClsXmlDSig::canonicalizeStep(ClsXml* transform, StringBuffer& data, const S
       produced += piece.size();
       pipe.streamPiece(piece);
     };
+  StringBuffer out;
+  bool ok = canonicalizeTransformInput(transform, *in.text, in.cutStart, in.cutLength, method, uri, out, sink, log,
+                                       in.startOffset);
+  // The SWIFT adjustment after the transforms needs the text itself: write it once more.
+  if (ok && toDigest && pipe.streamed.sawSwiftSaaNamespace())
+    ok = canonicalizeTransformInput(transform, *in.text, in.cutStart, in.cutLength, method, uri, out, {}, log,
+                                    in.startOffset);
+  if (!ok) return false;
+  if (!chargeCanonicalBytes(produced + out.getSize(), log)) {
+    m_refFailReason = kRefFailLimit;
+    return false;
+  }
+  data.takeSb(out);
+  return true;
+}
 
+bool ClsXmlDSig::selectCanonicalInput(bool byId, uint32_t target, ReferencePipeline& pipe, StringBuffer& data,
+                                      StringBuffer& context, CanonicalInput& in, LogBase& log) {
   // In place, the input is the document less its cut spans: the element is read inside
   // its context, or the document with one cut where the canonicalizer can skip it.
-  StringBuffer context;
-  size_t startOffset = 0;
-  size_t cutStart = 0, cutLength = 0;
-  const StringBuffer* input = &data;
-  if (pipe.inPlace && fragment == Fragment::ById) {
+  in.text = &data;
+  if (pipe.inPlace && byId) {
     const xml::XmlNode* node = m_xmlRoot ? m_xmlRoot->tree()->nodeAt(target) : nullptr;
     for (const TextSpan& cut : pipe.cuts) {
       if (node && cut.start <= node->start && node->end <= cut.end) {
@@ -140,53 +157,39 @@ bool ClsXmlDSig::canonicalizeStep(ClsXml* transform, StringBuffer& data, const S
         return false;
       }
     }
-    if (elementInContext(target, pipe.cuts, context, startOffset)) {
+    if (elementInContext(target, pipe.cuts, context, in.startOffset)) {
       pipe.inPlace = false;
-      input = &context;
+      in.text = &context;
     }
   }
-  if (pipe.inPlace) {
-    // A CR before a cut and an LF after it join into one line end in a copy of the cut
-    // text; the in-place reading would keep two.
-    const std::string_view doc = m_xmlSb.view();
-    const bool joinsLineEnd = std::any_of(pipe.cuts.begin(), pipe.cuts.end(), [&](const TextSpan& c) {
-      return c.start > 0 && doc[c.start - 1] == '\r' && c.end < doc.size() && doc[c.end] == '\n';
-    });
-    const bool cutsRoot = std::any_of(pipe.cuts.begin(), pipe.cuts.end(),
-                                      [&](const TextSpan& c) { return c.start == m_xmlRoot->sourceStart(); });
-    if (pipe.cuts.size() <= 1 && fragment != Fragment::ById && !joinsLineEnd && !cutsRoot) {
-      input = &m_xmlSb;
-      if (!pipe.cuts.empty()) {
-        cutStart = pipe.cuts.front().start;
-        cutLength = pipe.cuts.front().end - cutStart;
-      }
-      pipe.inPlace = false;
-    } else {
-      // The element's offset moves back by what was cut before it.
-      if (fragment == Fragment::ById) {
-        const xml::XmlNode* node = m_xmlRoot->tree()->nodeAt(target);
-        startOffset = node->start;
-        for (const TextSpan& cut : pipe.cuts)
-          if (cut.end <= node->start) startOffset -= cut.end - cut.start;
-      }
-      pipe.materialize(m_xmlSb, data);
+  if (!pipe.inPlace) return true;
+  // A CR before a cut and an LF after it join into one line end in a copy of the cut
+  // text; the in-place reading would keep two.
+  const std::string_view doc = m_xmlSb.view();
+  const bool joinsLineEnd = std::any_of(pipe.cuts.begin(), pipe.cuts.end(), [&](const TextSpan& c) {
+    return c.start > 0 && doc[c.start - 1] == '\r' && c.end < doc.size() && doc[c.end] == '\n';
+  });
+  const bool cutsRoot = std::any_of(pipe.cuts.begin(), pipe.cuts.end(),
+                                    [&](const TextSpan& c) { return c.start == m_xmlRoot->sourceStart(); });
+  if (pipe.cuts.size() <= 1 && !byId && !joinsLineEnd && !cutsRoot) {
+    in.text = &m_xmlSb;
+    if (!pipe.cuts.empty()) {
+      in.cutStart = pipe.cuts.front().start;
+      in.cutLength = pipe.cuts.front().end - in.cutStart;
     }
+    pipe.inPlace = false;
+    return true;
+  }
+  // The element's offset moves back by what was cut before it.
+  if (byId) {
+    const xml::XmlNode* node = m_xmlRoot->tree()->nodeAt(target);
+    in.startOffset = node->start;
+    for (const TextSpan& cut : pipe.cuts)
+      if (cut.end <= node->start) in.startOffset -= cut.end - cut.start;
   }
   // Not in place, the working text is not the document any more: the canonicalizer finds
   // the element by its Id in it, once the document has shown that only one carries it.
-
-  StringBuffer out;
-  bool ok = canonicalizeTransformInput(transform, *input, cutStart, cutLength, method, uri, out, sink, log,
-                                       startOffset);
-  // The SWIFT adjustment after the transforms needs the text itself: write it once more.
-  if (ok && toDigest && pipe.streamed.sawSwiftSaaNamespace())
-    ok = canonicalizeTransformInput(transform, *input, cutStart, cutLength, method, uri, out, {}, log, startOffset);
-  if (!ok) return false;
-  if (!chargeCanonicalBytes(produced + out.getSize(), log)) {
-    m_refFailReason = kRefFailLimit;
-    return false;
-  }
-  data.takeSb(out);
+  pipe.materialize(m_xmlSb, data);
   return true;
 }
 
@@ -213,6 +216,7 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, ReferencePipeline& pip
     log.LogInfo("Canonicalizing fragment from <doda> to </doda>");
     size_t dodaOffset = 0;
     if (!dsig_family::dodaElementText(selectedSignature(), data, dodaOffset, log)) {
+      noteFamilyRefusal("the doda element is not the one written around the signature", log);
       m_refFailReason = 5;
       return false;
     }
@@ -223,7 +227,10 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, ReferencePipeline& pip
   }
 
   // 2. Family pre-processing (cuts a Chilean DTE out of its envelope).
-  preprocessXmlToTransform(uri, pipe.ref, data, log);
+  if (!preprocessXmlToTransform(uri, pipe.ref, data, log)) {
+    m_refFailReason = 5;
+    return false;
+  }
   if (!pipe.loadSteps(log)) return false;
 
   // 3. The transforms. The final canonicalization is hashed as it is written (when it
@@ -342,9 +349,19 @@ bool ClsXmlDSig::runStep(const TransformStep& step, const StringBuffer& uri, Ref
         log.LogError("No XPath found in transform.");
         return false;
       }
-      recordXPathRemovals(xpath, step.kind == StepKind::XPathFilter2, pipe.result.coverage);
+      // A family exclusion is cut on the loaded tree while the text is still read in place.
+      std::string excluded;
+      textXPathPattern(step.element.get(), step.algorithm, xpath, excluded);
+      if (!excluded.empty() && pipe.inPlace) return cutExclusionInPlace(step.element.get(), excluded, pipe, log);
+      recordXPathRemovals(xpath,
+                          !excluded.empty()                     ? "family"
+                          : step.kind == StepKind::XPathFilter2 ? "xpath-filter2"
+                                                                : "xpath",
+                          pipe.result.coverage);
       pipe.materialize(m_xmlSb, data);
-      return transformXPath(step.element.get(), data, step.algorithm, xpath, log);
+      if (transformXPath(step.element.get(), data, step.algorithm, xpath, log)) return true;
+      if (!m_familyRefusal.empty()) m_refFailReason = 5;
+      return false;
     }
     case StepKind::EnvelopedSignature:
       if (transformEnvelopedSignature(data, pipe, log)) return true;

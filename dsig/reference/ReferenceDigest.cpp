@@ -40,7 +40,9 @@ bool ClsXmlDSig::verifyReferenceDigest(int index, bool& externalDataMissing, Ext
   LogContextExitor ctx(log, "verifyReferenceDigest");
   // Each attempt starts a fresh result; the last one is the reference's.
   ReferenceResult result;
+  m_familyRefusal.clear();
   const bool ok = verifyReferenceDigestRetrying(index, result, externalDataMissing, dirs, log);
+  result.refusal = m_familyRefusal;
   result.checked = true;
   result.index = index;
   result.refFailReason = ok && !result.mismatchWaived ? 0 : m_refFailReason;

@@ -52,6 +52,8 @@ struct ReferenceResult {
   std::string calculatedDigest;  // base64 of the last digest compared; empty when none
   std::string storedDigest;
   Coverage coverage;
+  // Why a family cut or the document's structure refused the reference ("" when nothing did).
+  std::string refusal;
   bool bytesKept = false;
   std::string digestedBytes;  // with KeepDigestedBytes: exactly what was hashed last
 

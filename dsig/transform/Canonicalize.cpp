@@ -104,7 +104,10 @@ bool _clsXmlDSigBase::canonicalizeTransformInput(ClsXml* transform, const String
     cut.append(input.substr(cutStart + cutLength));
     dsig_family::ElementSpan document;
     const dsig_family::CutResult found = dsig_family::cmaStpDocumentSpan(cut.view(), document, log);
-    if (found == dsig_family::CutResult::Refused) return false;
+    if (found == dsig_family::CutResult::Refused) {
+      noteFamilyRefusal("the CMA STP Document element is not the one the text delimits", log);
+      return false;
+    }
     if (found == dsig_family::CutResult::Found) {
       StringBuffer only(cut.substr(document.start, document.end - document.start));
       cut.takeSb(only);

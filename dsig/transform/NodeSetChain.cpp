@@ -99,25 +99,11 @@ bool readExpressions(ClsXml* transform, bool filter2, const xml::NodeSetState& s
 }  // namespace
 
 bool _clsXmlDSigBase::isTextXPathPattern(ClsXml* transform, const StringBuffer& algorithm, const StringBuffer& xpath) {
-  const bool filter2 = algorithm.containsSubstring("http://www.w3.org/2002/06/xmldsig-filter2");
-  if (xpath.containsSubstring("Signature") &&
-      (xpath.containsSubstring("not(ancestor-or-self") || xpath.containsSubstring("not(//ancestor-or-self")))
-    return true;
-  if (xpath.containsSubstring("ebxml-msg:actor:next")) return true;
-  if (xpath.containsSubstring("ancestor-or-self::sig:UBLDocumentSignatures")) return true;
-  if (filter2) {
-    // The UBL extensions subtraction is a document convention; other Filter 2.0 sets
-    // (the signature subtraction among them) are evaluated.
-    if (!transform) return false;
-    RcPtr<ClsXml> second(transform->GetChild(1));
-    StringBuffer filter, expression;
-    if (!second) return false;
-    second->getAttrValue("Filter", filter);
-    second->getContentSb(expression);
-    return filter.equals("subtract") && expression.containsSubstring("ancestor::ext:UBLExtensions/ext:UBLExtension");
-  }
-  return xpath.matches("not(//ancestor-or-self::*[*ID='*'])", true) ||
-         xpath.matches("not(//ancestor-or-self::*)", true);
+  // The Filter 2.0 signature subtraction and other Filter 2.0 sets are evaluated; the UBL
+  // extensions subtraction is a document convention.
+  std::string excluded;
+  const int pattern = textXPathPattern(transform, algorithm, xpath, excluded);
+  return pattern != 0 && pattern != 4 && (pattern != 5 || !excluded.empty());
 }
 
 bool _clsXmlDSigBase::needsNodeSet(ClsXml* transforms) {

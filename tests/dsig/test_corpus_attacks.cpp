@@ -13,7 +13,7 @@
 namespace {
 
 struct Attack {
-  std::string name, caseId, find, replace, verdict, error;
+  std::string name, caseId, find, replace, verdict, error, cause;
 };
 
 std::vector<std::string> splitOn(const std::string& s, const std::string& sep) {
@@ -37,8 +37,10 @@ std::vector<Attack> attacks() {
   while (std::getline(in, line)) {
     if (line.empty() || line[0] == '#') continue;
     const std::vector<std::string> f = splitOn(line, "\t");
-    EXPECT_TRUE(f.size() == 5 || f.size() == 6) << line;
-    if (f.size() >= 5) out.push_back({f[0], f[1], unescaped(f[2]), unescaped(f[3]), f[4], f.size() > 5 ? f[5] : ""});
+    EXPECT_TRUE(f.size() >= 5 && f.size() <= 7) << line;
+    if (f.size() >= 5)
+      out.push_back(
+          {f[0], f[1], unescaped(f[2]), unescaped(f[3]), f[4], f.size() > 5 ? f[5] : "", f.size() > 6 ? f[6] : ""});
   }
   return out;
 }
@@ -72,6 +74,11 @@ TEST(CorpusAttacks, EveryAttackGetsItsVerdict) {
     EXPECT_EQ(valid, a.verdict == "valid");
     if (!valid && dsig && !a.error.empty()) {
       EXPECT_TRUE(logprobe::hasError(dsig->m_log, a.error)) << dsig->lastErrorText();
+    }
+    if (!valid && dsig && !a.cause.empty()) {
+      XString cause;
+      dsig->get_FailureCause(cause);
+      EXPECT_EQ(std::string(cause.getUtf8()), a.cause);
     }
   }
 }
