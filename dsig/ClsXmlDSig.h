@@ -38,6 +38,9 @@ struct TransformStep;
 struct VerificationRecord;
 class StringHashSet;
 class XmlSigLocate;
+namespace dsig_family {
+struct ElementSpan;
+}
 
 // The signer policy and result, kept behind pointers so that this header needs no
 // OpenSSL headers.
@@ -289,6 +292,8 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // A family exclusion (UBL blocks, the QR reference) cut from the loaded tree into the
   // pipeline's in-place cuts, each noted as removed by the family; false when refused.
   bool cutExclusionInPlace(ClsXml* transform, const std::string& excluded, ReferencePipeline& pipe, LogBase& log);
+  // Notes the elements of the loaded document a family cut takes out of the covered data.
+  void recordFamilyRemovals(const std::vector<dsig_family::ElementSpan>& spans, Coverage& coverage);
   // Notes the element of the loaded tree that starts at `start` as removed by `by`.
   void recordRemovedElement(size_t start, const char* by, Coverage& coverage);
   bool verifyExternalReference(int index, const StringBuffer& uri, ReferencePipeline& pipe, bool& externalDataMissing,

@@ -35,12 +35,8 @@ bool ClsXmlDSig::cutExclusionInPlace(ClsXml* transform, const std::string& exclu
     return false;
   }
   std::vector<TextSpan> cuts;
-  const Coverage& coverage = pipe.result.coverage;
-  for (const dsig_family::ElementSpan& span : spans) {
-    cuts.push_back({span.start, span.end});
-    if (coverage.hasElement && coverage.element.start <= span.start && span.end <= coverage.element.end)
-      recordRemovedElement(span.start, "family", pipe.result.coverage);
-  }
+  for (const dsig_family::ElementSpan& span : spans) cuts.push_back({span.start, span.end});
+  recordFamilyRemovals(spans, pipe.result.coverage);
   pipe.addCuts(cuts);
   return true;
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/family/FamilyCuts.h"
 #include "dsig/reference/Fragment.h"
 #include "dsig/reference/ReferenceResult.h"
 #include "support/ClsXml.h"
@@ -154,6 +155,12 @@ void ClsXmlDSig::recordRemovedElement(size_t start, const char* by, Coverage& co
   const bool already = std::any_of(coverage.removed.begin(), coverage.removed.end(),
                                    [&](const RemovedPart& p) { return p.element.start == start; });
   if (!already) coverage.removed.push_back(part);
+}
+
+void ClsXmlDSig::recordFamilyRemovals(const std::vector<dsig_family::ElementSpan>& spans, Coverage& coverage) {
+  for (const dsig_family::ElementSpan& span : spans)
+    if (coverage.hasElement && coverage.element.start <= span.start && span.end <= coverage.element.end)
+      recordRemovedElement(span.start, "family", coverage);
 }
 
 void ClsXmlDSig::recordXPathRemovals(const StringBuffer& xpath, const char* by, Coverage& coverage) {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "crypto/_btHash.h"
 #include "dsig/ClsXmlDSig.h"
@@ -255,10 +256,16 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, ReferencePipeline& pip
   // adjustment applied, which needs the text (written for that case).
   StringBuffer unused;
   const bool digested = streams && !pipe.streamed.sawSwiftSaaNamespace();
+  const size_t before = data.getSize();
   if (!postProcessTransformedXml(unused, pipe.ref, data, log)) {
     m_refFailReason = 5;
     return false;
   }
+  dsig_family::ElementSpan lau;
+  LogNull quiet;
+  if (data.getSize() != before &&
+      dsig_family::swiftLauSpan(m_xmlSb.view(), lau, quiet) == dsig_family::CutResult::Found)
+    recordFamilyRemovals({lau}, pipe.result.coverage);
 
   // 5. Digest and comparison.
   DataBuffer digest;
@@ -351,7 +358,7 @@ bool ClsXmlDSig::runStep(const TransformStep& step, const StringBuffer& uri, Ref
       }
       // A family exclusion is cut on the loaded tree while the text is still read in place.
       std::string excluded;
-      textXPathPattern(step.element.get(), step.algorithm, xpath, excluded);
+      const int pattern = textXPathPattern(step.element.get(), step.algorithm, xpath, excluded);
       if (!excluded.empty() && pipe.inPlace) return cutExclusionInPlace(step.element.get(), excluded, pipe, log);
       recordXPathRemovals(xpath,
                           !excluded.empty()                     ? "family"
@@ -359,7 +366,14 @@ bool ClsXmlDSig::runStep(const TransformStep& step, const StringBuffer& uri, Ref
                                                                 : "xpath",
                           pipe.result.coverage);
       pipe.materialize(m_xmlSb, data);
-      if (transformXPath(step.element.get(), data, step.algorithm, xpath, log)) return true;
+      if (transformXPath(step.element.get(), data, step.algorithm, xpath, log)) {
+        std::vector<dsig_family::ElementSpan> blocks;
+        LogNull quiet;
+        if (pattern == 2 &&
+            dsig_family::soapNextActorSpans(m_xmlSb.view(), blocks, quiet) == dsig_family::CutResult::Found)
+          recordFamilyRemovals(blocks, pipe.result.coverage);
+        return true;
+      }
       if (!m_familyRefusal.empty()) m_refFailReason = 5;
       return false;
     }

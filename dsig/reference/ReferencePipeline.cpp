@@ -90,7 +90,12 @@ void ReferencePipeline::addCuts(const std::vector<TextSpan>& spans) {
   for (const TextSpan& span : spans) {
     const bool already = std::any_of(cuts.begin(), cuts.end(),
                                      [&](const TextSpan& c) { return c.start <= span.start && span.end <= c.end; });
-    if (!already) cuts.push_back(span);
+    if (already) continue;
+    // A span around earlier cuts (a block that holds the enveloped signature) replaces them.
+    cuts.erase(std::remove_if(cuts.begin(), cuts.end(),
+                              [&](const TextSpan& c) { return span.start <= c.start && c.end <= span.end; }),
+               cuts.end());
+    cuts.push_back(span);
   }
   std::sort(cuts.begin(), cuts.end(), [](const TextSpan& a, const TextSpan& b) { return a.start < b.start; });
 }
