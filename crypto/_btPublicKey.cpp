@@ -113,9 +113,9 @@ bool _btPublicKey::setKey(ossl::PkeyPtr key, LogBase& log) {
   if (!key) return false;
   EVP_PKEY* k = key.get();
   // Every loader ends here, so no key from any source is used before its values are checked.
-  const std::string problem = keycheck::whyUnusable(k);
-  if (!problem.empty()) {
-    const std::string error = "Public key refused: " + problem + ".";
+  m_refusal = keycheck::whyUnusable(k);
+  if (!m_refusal.empty()) {
+    const std::string error = "Public key refused: " + m_refusal + ".";
     log.LogError(error.c_str());
     return false;
   }

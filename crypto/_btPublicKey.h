@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "crypto/EccKey.h"
 #include "crypto/EdDsaKey.h"
@@ -39,6 +40,9 @@ class _btPublicKey {
   // Takes an OpenSSL key of a supported type whose values pass the checks of
   // PublicKeyCheck.h; a refused key is logged with the reason and not taken.
   bool setKey(ossl::PkeyPtr key, LogBase& log);
+  // Why the last key offered was refused by those checks ("" when it was taken, or failed
+  // for another reason), so that a caller can tell a user.
+  const std::string& refusal() const { return m_refusal; }
 
   KeyType keyType() const;
   // "rsa", "dsa", "ec", "ed25519", "ed448", or "" when empty.
@@ -63,4 +67,5 @@ class _btPublicKey {
   std::unique_ptr<DsaKeyData> m_dsa;
   std::unique_ptr<EccKey> m_ecc;
   std::unique_ptr<EdDsaKey> m_ed;
+  std::string m_refusal;
 };

@@ -34,13 +34,19 @@ class DSigRefExternalData;
 class ReferencePipeline;
 struct Coverage;
 struct ReferenceResult;
+struct SignatureLocation;
 struct TransformStep;
 struct VerificationRecord;
 class StringHashSet;
+class XmlCanon;
 class XmlSigLocate;
 namespace dsig_family {
 struct ElementSpan;
 }
+namespace sigvalue {
+struct Method;
+struct Signed;
+}  // namespace sigvalue
 
 // The signer policy and result, kept behind pointers so that this header needs no
 // OpenSSL headers.
@@ -221,10 +227,13 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   void noteReferenceFailure();
   // The cause when no candidate key verified the signature value.
   void noteKeyFailure(bool hmac, int keysTried);
+  // Remembers why a key the signature offered was refused by the key checks (the first
+  // such reason of the verification stands), for the failure a user reads.
+  void noteRefusedKey(const ClsPublicKey& key);
   // The selected signature and its SignedInfo as spans of the document text, taken from
   // the parsed tree. With m_recordXadesPositions the text scan also records the XAdES
-  // positions, and must have found that same element. (The Id and digest arguments only
-  // name the signature in the log.)
+  // positions, and must have found that same element (named by its Id, else by the digest
+  // of its first reference).
   bool locateSignature(XmlSigLocate& locator, const StringBuffer& signatureId, const StringBuffer& firstRefDigest,
                        int infoTag, LogBase& log);
   // Whether the selected signature is built as a signature must be: exactly one
@@ -236,10 +245,6 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
     size_t start = 0;
     size_t end = 0;
   };
-  // What the enveloped-signature transform cuts: the selected signature and the
-  // XML-Signature Signature elements that directly follow it as its siblings (white space
-  // between them allowed), each along its own span, in document order.
-  void envelopedCutSpans(std::vector<TextSpan>& spans);
   // The element a same-document fragment ("X" or "xpointer(id('X'))") names, by the Id
   // index: exactly one element must carry the value. False (with m_refFailReason and the
   // log saying why) when none or several do.
@@ -250,18 +255,18 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   // the element starts in it. False when the tree cannot vouch for that being equivalent
   // to the whole document (a DTD).
   bool elementInContext(uint32_t nodeIndex, const std::vector<TextSpan>& cuts, StringBuffer& text, size_t& offset);
-  static int signatureMethodToHashAlg(const StringBuffer& algorithmUri, LogBase& log);
-  static int signatureMethodToKeyType(const StringBuffer& algorithmUri, LogBase& log);
 
   // ---- references ----
-  bool verifyReferenceDigest(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
+  // Reference `index` of the signature at `location` (the selected one).
+  bool verifyReferenceDigest(int index, const SignatureLocation& location, bool& externalDataMissing,
+                             ExtPtrArraySb& dirs, LogBase& log);
   // The attempts at one reference: again with the attribute-sorting emulation switched
   // when the digest did not match; `result` is the last attempt's.
-  bool verifyReferenceDigestRetrying(int index, ReferenceResult& result, bool& externalDataMissing, ExtPtrArraySb& dirs,
-                                     LogBase& log);
+  bool verifyReferenceDigestRetrying(int index, const SignatureLocation& location, ReferenceResult& result,
+                                     bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
   // One attempt at reference `index`, its result left in `result`.
-  bool referenceAttempt(int index, ReferenceResult& result, bool& externalDataMissing, ExtPtrArraySb& dirs,
-                        LogBase& log);
+  bool referenceAttempt(int index, const SignatureLocation& location, ReferenceResult& result,
+                        bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log);
   bool verifyInternalReference(int index, StringBuffer& uri, ReferencePipeline& pipe, LogBase& log);
   // One pass of the same-document pipeline; keepComments lets a WithComments method keep
   // the comments of a whole-document reference, droppedComments says whether it mattered.
@@ -320,20 +325,18 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
                         ReferencePipeline& pipe, bool toDigest, LogBase& log);
   // Runs a reference's transforms on the node-set of data (the document text) and leaves
   // the canonical octets in data. For chains with a general XPath expression, which
-  // selects nodes rather than cutting text (see needsNodeSet).
-  bool nodeSetTransforms(ClsXml* transforms, const StringBuffer& uri, StringBuffer& data, LogBase& log);
+  // selects nodes rather than cutting text (see needsNodeSet); the enveloped-signature
+  // transform removes the signature at `location`.
+  bool nodeSetTransforms(ClsXml* transforms, const SignatureLocation& location, const StringBuffer& uri,
+                         StringBuffer& data, LogBase& log);
   DSigRefExternalData* getExtRef(int index, bool create, LogBase& log);
   bool getReferenceUri(int index, StringBuffer& out, LogBase& log);
   // Splits ExternalRefDirs at ';' (pieces trimmed, empty ones dropped).
   void splitExternalRefDirs(ExtPtrArraySb& dirs) const;
 
   // ---- transforms on document text ----
+  // Cuts what the pipeline's signature location says the transform cuts.
   bool transformEnvelopedSignature(StringBuffer& xml, ReferencePipeline& pipe, LogBase& log);
-  // Cuts the spans (document offsets, from envelopedCutSpans) out of a working text that
-  // is no longer the document: each is found at the place the text scan names for the
-  // selected signature and must hold exactly the bytes of the document's span.
-  bool cutSpansFromTransformedText(StringBuffer& xml, const std::vector<TextSpan>& spans, DSigReference& ref,
-                                   LogBase& log);
   // Whether the canonicalization byte budget of this verification still holds after
   // `bytes` more; logs the failure.
   bool chargeCanonicalBytes(size_t bytes, LogBase& log);
@@ -409,4 +412,33 @@ class ClsXmlDSig : public _clsXmlDSigBase, public SystemCertsHolder {
   std::unique_ptr<SignerResult> m_signerResultOwned;
   SignerPolicy& m_signerPolicy;  // *m_signerPolicyOwned
   SignerResult& m_signerResult;  // *m_signerResultOwned
+
+ private:
+  // ---- the steps of verifySignature, in their order ----
+  // Clears the results of the last verification; logs the options it runs with.
+  void beginVerification(bool verifyReferenceDigests, LogBase& log);
+  // The signature's structure, and its number of references within MaxReferences.
+  bool checkStructure(ClsXml& signature, int& numRefs, LogBase& log);
+  // Every reference, none skipped after a failure; notes the cause when any fails.
+  bool verifyReferences(const SignatureLocation& location, int numRefs, LogBase& log);
+  // The signature and its SignedInfo as spans of the document text (SignatureLocation.cpp).
+  bool locateSignedInfo(SignatureLocation& location, LogBase& log);
+  // The bytes the signature value covers: the canonical SignedInfo, or what the document
+  // family signs instead (SignedBytes.cpp).
+  bool canonicalSignedInfo(ClsXml& signature, const SignatureLocation& location, StringBuffer& canonAlgorithm,
+                           StringBuffer& out, LogBase& log);
+  // A canonicalizer set up as SignedInfo's CanonicalizationMethod and the family say.
+  bool signedInfoCanonicalizer(XmlCanon& canon, StringBuffer& canonAlgorithm, LogBase& log);
+  // The decoded SignatureValue and the signature method that checks it (SignedInfoAccess.cpp).
+  bool readSignatureValue(ClsXml& signature, sigvalue::Method& method, DataBuffer& value, LogBase& log);
+  // The hash the signature value was made over (SignedBytes.cpp).
+  void hashSignedBytes(const sigvalue::Method& method, sigvalue::Signed& data);
+  // The keys (or the HMAC secret) to check under; notes why there are none (keys/CandidateKeys.cpp).
+  bool candidateKeys(const sigvalue::Method& method, ExtPtrArrayRc& keys, LogBase& log);
+  // The signature value under the candidate keys or the HMAC secret; verifiedBy is the key
+  // that verified (borrowed from keys; null for a secret).
+  bool checkSignatureValue(const sigvalue::Method& method, const sigvalue::Signed& data, const ExtPtrArrayRc& keys,
+                           const StringBuffer& canonAlgorithm, ClsPublicKey*& verifiedBy, LogBase& log);
+  // The signer checks after the value check, and the failure cause; the final verdict.
+  bool settleVerdict(bool valid, ClsPublicKey* verifiedBy, const sigvalue::Method& method, int keysTried, LogBase& log);
 };

@@ -1,35 +1,21 @@
-// What is signed is decided from the parsed document: the selected signature and its parts,
-// the elements the enveloped-signature transform cuts, and the element an Id names are all
-// elements of the tree, and the text offsets used to canonicalize in place are their exact
-// spans. The text scans elsewhere may propose where something is, but only these answers
-// are acted on.
+// What is signed is decided from the parsed document: the structure of the selected
+// signature, and the element an Id names, are elements of the tree, and the text offsets
+// used to canonicalize in place are their exact spans (where the signature itself stands
+// is SignatureLocation.cpp). The text scans elsewhere may propose where something is, but
+// only these answers are acted on.
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "dsig/ClsXmlDSig.h"
-#include "dsig/reference/DSigReference.h"
 #include "support/ClsXml.h"
 #include "support/LogBase.h"
 #include "support/xml/XmlScanner.h"
 #include "support/xml/XmlTree.h"
-#include "xml/XmlSigLocate.h"
 
 namespace {
 
 constexpr std::string_view kDsigNamespace = "http://www.w3.org/2000/09/xmldsig#";
-
-bool isXmlSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
-bool onlyWhiteSpace(std::string_view s) {
-  for (char c : s)
-    if (!isXmlSpace(c)) return false;
-  return true;
-}
-
-bool isDsigElement(const xml::XmlTree& tree, const xml::XmlNode& node, std::string_view local) {
-  return xml::localNameOf(tree.tagOf(node)) == local && tree.namespaceOfElement(node) == kDsigNamespace;
-}
 
 void appendEscapedAttributeValue(std::string_view value, std::string& out) {
   for (char c : value) {
@@ -90,31 +76,6 @@ bool ClsXmlDSig::checkSignatureStructure(LogBase& log) {
     return false;
   }
   return true;
-}
-
-void ClsXmlDSig::envelopedCutSpans(std::vector<TextSpan>& spans) {
-  spans.clear();
-  ClsXml* signature = selectedSignature();
-  if (!signature || !signature->tree() || !signature->node()) return;
-  const xml::XmlTree& tree = *signature->tree();
-  const xml::XmlNode& node = *signature->node();
-  spans.push_back({node.start, node.end});
-
-  const xml::XmlNode* parent = tree.parentOf(node);
-  if (!parent) return;
-  uint32_t i = 0;
-  while (i < parent->numChildren && tree.child(*parent, i) != &node) ++i;
-  const std::string_view text = tree.text();
-  size_t previousEnd = node.end;
-  for (++i; i < parent->numChildren; ++i) {
-    const xml::XmlNode& next = *tree.child(*parent, i);
-    // Only white space may stand between them: a comment, a processing instruction or
-    // text there ends the run of following signatures.
-    if (!onlyWhiteSpace(text.substr(previousEnd, next.start - previousEnd))) break;
-    if (!isDsigElement(tree, next, "Signature")) break;
-    spans.push_back({next.start, next.end});
-    previousEnd = next.end;
-  }
 }
 
 bool ClsXmlDSig::resolveIdTarget(const StringBuffer& id, uint32_t& nodeIndex, LogBase& log) {
@@ -187,35 +148,6 @@ bool ClsXmlDSig::elementInContext(uint32_t nodeIndex, const std::vector<TextSpan
   return true;
 }
 
-bool ClsXmlDSig::locateSignature(XmlSigLocate& locator, const StringBuffer& signatureId,
-                                 const StringBuffer& firstRefDigest, int /*infoTag*/, LogBase& log) {
-  ClsXml* signature = selectedSignature();
-  if (!signature || !checkSignatureStructure(log)) {
-    log.LogError("Unable to find the Signature.");
-    return false;
-  }
-  RcPtr<ClsXml> signedInfo(signature->getChildWithTagUtf8("*:SignedInfo"));
-  if (!signedInfo) return false;
-
-  if (locator.m_recordXadesPositions) {
-    // The scan gives the XAdES positions; it must have found the selected element.
-    _btXmlDtd dtd;
-    const bool found = signatureId.isEmpty()
-                           ? locator.FindXmlSigByRefDigest(firstRefDigest.getString(), m_xmlSb, dtd, log)
-                           : locator.FindXmlSigById(signatureId.getString(), m_xmlSb, dtd, log);
-    if (!found || locator.m_sigStart != signature->sourceStart() ||
-        locator.m_sigStart + locator.m_sigLength != signature->sourceEnd()) {
-      log.LogError("The signature found in the text is not the selected Signature element.");
-      return false;
-    }
-  }
-  locator.m_sigStart = static_cast<unsigned>(signature->sourceStart());
-  locator.m_sigLength = static_cast<unsigned>(signature->sourceEnd() - signature->sourceStart());
-  locator.m_signedInfoStart = static_cast<unsigned>(signedInfo->sourceStart());
-  locator.m_signedInfoLength = static_cast<unsigned>(signedInfo->sourceEnd() - signedInfo->sourceStart());
-  return true;
-}
-
 bool ClsXmlDSig::chargeCanonicalBytes(size_t bytes, LogBase& log) {
   m_canonicalBytesUsed += static_cast<int64_t>(bytes);
   if (m_canonicalBytesUsed <= m_maxCanonicalBytes) return true;
@@ -223,47 +155,4 @@ bool ClsXmlDSig::chargeCanonicalBytes(size_t bytes, LogBase& log) {
                     std::to_string(m_maxCanonicalBytes) + " bytes): stopped.";
   log.LogError(m_limitExceeded.c_str());
   return false;
-}
-
-bool ClsXmlDSig::cutSpansFromTransformedText(StringBuffer& xml, const std::vector<TextSpan>& spans, DSigReference& ref,
-                                             LogBase& log) {
-  if (spans.empty()) return false;
-  StringBuffer sigId;
-  if (ClsXml* sig = selectedSignature()) sig->getAttrValue("Id", sigId);
-  XmlSigLocate locator;
-  _btXmlDtd dtd;
-  const bool found = sigId.isEmpty() ? locator.FindXmlSigByRefDigest(ref.digestValue.getString(), xml, dtd, log)
-                                     : locator.FindXmlSigById(sigId.getString(), xml, dtd, log);
-  if (!found) {
-    // Nothing to cut: an earlier transform already removed it. Cutting nothing digests
-    // more, never less.
-    log.LogInfo("The signature is not in the transformed text; nothing is cut.");
-    return true;
-  }
-  const std::string_view doc = m_xmlSb.view();
-  const std::string_view text = xml.view();
-  // The candidate the scan proposes must be the selected signature byte for byte, and so
-  // must each following signature at its place behind it.
-  bool agrees = true;
-  std::vector<TextSpan> local;
-  {
-    size_t at = locator.m_sigStart;
-    for (size_t i = 0; agrees && i < spans.size(); ++i) {
-      if (i > 0) at += spans[i].start - spans[i - 1].end;
-      const std::string_view bytes = doc.substr(spans[i].start, spans[i].end - spans[i].start);
-      agrees = at <= text.size() && text.substr(at, bytes.size()) == bytes;
-      if (i > 0 && agrees) {
-        const std::string_view gapInDoc = doc.substr(spans[i - 1].end, spans[i].start - spans[i - 1].end);
-        agrees = text.substr(local.back().end, gapInDoc.size()) == gapInDoc;
-      }
-      local.push_back({at, at + bytes.size()});
-      at += bytes.size();
-    }
-  }
-  if (!agrees) {
-    log.LogError("The enveloped signature found in the transformed text is not the selected Signature element.");
-    return false;
-  }
-  for (auto it = local.rbegin(); it != local.rend(); ++it) xml.removeChunk(it->start, it->end - it->start);
-  return true;
 }

@@ -1,10 +1,16 @@
 // Reading SignedInfo fields and the SignatureValue of the selected signature from the
-// tree, and two scanners that take a value straight out of the document text (where the
-// signed bytes must be reproduced exactly, the tree's normalised view will not do).
+// tree (the value together with the method that checks it), and two scanners that take a
+// value straight out of the document text (where the signed bytes must be reproduced
+// exactly, the tree's normalised view will not do).
 #include <string>
 
+#include "dsig/AlgorithmTables.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/RsaPssParams.h"
+#include "dsig/keys/SignatureValueCheck.h"
+#include "dsig/reference/ReferenceResult.h"
 #include "support/ClsXml.h"
+#include "support/ContentCoding.h"
 #include "support/LogBase.h"
 
 namespace {
@@ -82,6 +88,50 @@ bool ClsXmlDSig::getSignatureValue(StringBuffer& out, LogBase& log) {
   out.replaceAllOccurances("&#13;", "");
   out.replaceAllOccurances("&#xD;", "");
   return !out.isEmpty();
+}
+
+bool ClsXmlDSig::readSignatureValue(ClsXml& signature, sigvalue::Method& method, DataBuffer& value, LogBase& log) {
+  StringBuffer text;
+  if (!getSignatureValue(text, log)) {
+    noteFailure("structure");
+    log.LogError("Unable to find the SignatureValue element.");
+    return false;
+  }
+  if (!ContentCoding::decodeBase64ToDb(text.getString(), text.getSize(), value)) {
+    noteFailure("structure");
+    log.LogError("Failed to decode base64 SignatureValue.");
+    return false;
+  }
+
+  StringBuffer uri;
+  if (!getSignedInfoField("SignatureMethod", "Algorithm", uri, log)) {
+    noteFailure("structure");
+    log.LogError("Unable to location the SignatureMethod algorithm within the SignedInfo.");
+    return false;
+  }
+  log.LogDataSb("SignatureMethod", uri);
+  // Only a method known exactly is used: an unknown URI is never read as a nearby one.
+  const dsig_algorithms::SignatureMethod* row = dsig_algorithms::findSignatureMethod(uri.view());
+  if (!row) {
+    noteFailure("unsupported-algorithm", "unsupported signature algorithm \"" + std::string(uri.view()) + "\"");
+    log.LogError(("Unknown SignatureMethod algorithm: \"" + std::string(uri.view()) + "\"").c_str());
+    logSuccessFailure2(false, log);
+    return false;
+  }
+  method.keyType = row->keyType;
+  method.padding = row->padding;
+  method.hashId = row->hashId;
+  if (row->padding == dsig_algorithms::RsaPadding::Pss) {
+    rsapss::Params pss;
+    if (!rsapss::readParams(signature, row->uri, row->hashId, pss, log)) {
+      logSuccessFailure2(false, log);
+      return false;
+    }
+    method.hashId = pss.hashId;
+    method.mgfHashId = pss.mgfHashId;
+    method.saltLength = pss.saltLength;
+  }
+  return true;
 }
 
 bool ClsXmlDSig::captureUniqueTagContent(const char* tagStart, const StringBuffer& xml, StringBuffer& out, LogBase&) {

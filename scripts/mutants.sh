@@ -35,7 +35,7 @@ xpath-pattern|dsig/transform/XPathTransform.cpp|if (!childFilter(transform, 0, n
 xpath-axis|xml/XPathParse.cpp|{"ancestor-or-self", XPathAxis::AncestorOrSelf}|{"ancestor-or-self", XPathAxis::Ancestor}|xml dsig
 family-cut|dsig/family/UblExclusions.cpp|  return localOf(tree.tagOf(node)) == local && tree.namespaceOfElement(node) == ns;|  return localOf(tree.tagOf(node)) == local;|dsig
 digest-comparison|dsig/reference/ReferenceDigest.cpp|  log.LogDataSb("storedRefDigest", stored);\n  if (computed.equals(stored)) {|  log.LogDataSb("storedRefDigest", stored);\n  if (computed.beginsWith(stored.getString())) {|dsig
-key-type-branch|crypto/SignatureCheck.cpp|      const RsaKeyData* rsa = key.getRsaKey();\n      if (!rsa) return Outcome::OtherKind;|      const RsaKeyData* rsa = key.getRsaKey();\n      if (!rsa) return Outcome::Valid;|crypto dsig
+key-type-branch|dsig/keys/SignatureValueCheck.cpp|      const RsaKeyData* rsa = key.getRsaKey();\n      if (!rsa) return Outcome::OtherKind;|      const RsaKeyData* rsa = key.getRsaKey();\n      if (!rsa) return Outcome::Valid;|dsig
 id-lookup|support/xml/XmlTree.cpp|if (carriers.empty() || carriers.back() != n) carriers.push_back(n);|if (carriers.empty()) carriers.push_back(n);|support dsig
 EOF
 )

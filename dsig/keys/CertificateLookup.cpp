@@ -82,6 +82,7 @@ ClsPublicKey* ClsXmlDSig::publicKeyFromX509(BrantelX509* cert, LogBase& log) {
   if (!key) return nullptr;
   if (!key->loadAnyDer(spki, log)) {
     log.LogError("Failed to parse public key DER");
+    noteRefusedKey(*key);
     return nullptr;
   }
   DataBuffer certDer;

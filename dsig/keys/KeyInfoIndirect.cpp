@@ -14,7 +14,7 @@
 
 namespace keyinfo {
 
-void appendDerEncodedKeys(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
+void appendDerEncodedKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
   LogNull quiet;
   for (int i = 0;; ++i) {
     RcPtr<ClsXml> element(keyInfo.getNthChildWithTagUtf8("*:DEREncodedKeyValue", i, quiet));
@@ -25,6 +25,7 @@ void appendDerEncodedKeys(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
     RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
     if (!key || !ContentCoding::decodeBase64ToDb(text.getString(), text.getSize(), der) || !key->loadAnyDer(der, log)) {
       log.LogError("Failed to load the key of a DEREncodedKeyValue.");
+      if (key) dsig.noteRefusedKey(*key);
       continue;
     }
     log.LogInfo("Loaded public key from DEREncodedKeyValue in KeyInfo.");

@@ -12,7 +12,7 @@ class StringHashSet;
 namespace keyinfo {
 
 // Every DEREncodedKeyValue child (a SubjectPublicKeyInfo of any supported key type).
-void appendDerEncodedKeys(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log);
+void appendDerEncodedKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log);
 
 // Certificates of the caller's store whose digest an X509Data/X509Digest gives.
 // (Certificates embedded in the same KeyInfo are candidates already.)

@@ -130,7 +130,7 @@ const KeyValueForm* keyValueForm(std::string_view localName) {
 
 // One key-value element (RSAKeyValue, ...). False when a key object cannot be made or
 // the key value is malformed.
-bool appendKeyValue(ClsXml& element, const KeyValueForm& form, ExtPtrArrayRc& keys, LogBase& log) {
+bool appendKeyValue(ClsXmlDSig& dsig, ClsXml& element, const KeyValueForm& form, ExtPtrArrayRc& keys, LogBase& log) {
   RcPtr<ClsPublicKey> key(ClsPublicKey::createNewCls());
   if (!key) return false;
   XString xml;
@@ -141,6 +141,7 @@ bool appendKeyValue(ClsXml& element, const KeyValueForm& form, ExtPtrArrayRc& ke
     const std::string why = form.isRsa ? key->m_log.lastErrorLine() : std::string();
     if (!why.empty()) log.LogError(why.c_str());
     log.LogError(form.failedMsg);
+    dsig.noteRefusedKey(*key);
     return false;
   }
   log.LogInfo(form.loadedMsg);
@@ -150,18 +151,18 @@ bool appendKeyValue(ClsXml& element, const KeyValueForm& form, ExtPtrArrayRc& ke
 
 // The key values of a KeyValue element. False when a key value is malformed: that ends
 // the whole resolution.
-bool appendKeyValueContent(ClsXml& keyValue, ExtPtrArrayRc& keys, LogBase& log) {
+bool appendKeyValueContent(ClsXmlDSig& dsig, ClsXml& keyValue, ExtPtrArrayRc& keys, LogBase& log) {
   for (const KeyValueForm& form : kKeyValueForms) {
     const std::string tag = std::string("*:") + form.tag;
     RcPtr<ClsXml> element(keyValue.getChildWithTagUtf8(tag.c_str()));
-    if (element && !appendKeyValue(*element, form, keys, log)) return false;
+    if (element && !appendKeyValue(dsig, *element, form, keys, log)) return false;
   }
   return true;
 }
 
-bool appendKeyValues(ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
+bool appendKeyValues(ClsXmlDSig& dsig, ClsXml& keyInfo, ExtPtrArrayRc& keys, LogBase& log) {
   RcPtr<ClsXml> keyValue(keyInfo.getChildWithTagUtf8("*:KeyValue"));
-  return !keyValue || appendKeyValueContent(*keyValue, keys, log);
+  return !keyValue || appendKeyValueContent(dsig, *keyValue, keys, log);
 }
 
 void appendX509DataCerts(ClsXmlDSig& dsig, ClsXml& x509Data, StringHashSet& seen, ExtPtrArrayRc& keys, LogBase& log) {
@@ -313,10 +314,10 @@ bool appendDirectKeys(ClsXmlDSig& dsig, ClsXml& keyInfo, StringHashSet& seen, Ex
       if (auto* key = static_cast<ClsPublicKey*>(keys.elementAt(labelled))) key->setOrigin(origin);
   };
 
-  const bool keyValuesRead = appendKeyValues(keyInfo, keys, log);
+  const bool keyValuesRead = appendKeyValues(dsig, keyInfo, keys, log);
   label("KeyValue");
   if (!keyValuesRead) return false;
-  keyinfo::appendDerEncodedKeys(keyInfo, keys, log);
+  keyinfo::appendDerEncodedKeys(dsig, keyInfo, keys, log);
   label("KeyValue");
   appendEmbeddedCerts(dsig, keyInfo, seen, keys, log);
   label("X509Certificate");
@@ -355,11 +356,11 @@ void appendRetrievedKeys(ClsXmlDSig& dsig, ClsXml& target, StringHashSet& seen, 
   if (name == "KeyInfo") {
     appendDirectKeys(dsig, target, seen, keys, log);
   } else if (name == "KeyValue") {
-    appendKeyValueContent(target, keys, log);
+    appendKeyValueContent(dsig, target, keys, log);
   } else if (name == "X509Data") {
     appendX509DataCerts(dsig, target, seen, keys, log);
   } else if (const KeyValueForm* form = keyValueForm(name)) {
-    appendKeyValue(target, *form, keys, log);
+    appendKeyValue(dsig, target, *form, keys, log);
   } else {
     log.LogError("The referenced element holds no key.");
     log.LogDataStr("element", std::string(name).c_str());

@@ -32,6 +32,8 @@ struct SignerResult {
   std::string validationTimeSource;  // caller, timestamp or now
   std::string trustError;
 
+  // Why the first key the signature offered was refused by the key checks ("" when none was).
+  std::string refusedKey;
   // Candidate keys left out because they are not pinned, in the last verification.
   int unpinnedCandidates = 0;
   // The signature time-stamp, checked whenever the signature carries one: whether it

@@ -245,7 +245,7 @@ bool ClsXmlDSig::internalReferencePass(StringBuffer& uri, ReferencePipeline& pip
   } else if (needsNodeSet(pipe.transformsElement())) {
     // A general XPath expression selects nodes: the whole chain works on the node-set.
     pipe.materialize(m_xmlSb, data);
-    if (!nodeSetTransforms(pipe.transformsElement(), uri, data, log)) return false;
+    if (!nodeSetTransforms(pipe.transformsElement(), pipe.location, uri, data, log)) return false;
   } else if (!declaredChain(uri, pipe, data, streams, chain, log)) {
     return false;
   }

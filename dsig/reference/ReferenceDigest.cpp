@@ -6,6 +6,7 @@
 
 #include "crypto/_btHash.h"
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/SignatureLocation.h"
 #include "dsig/reference/DSigReference.h"
 #include "dsig/reference/ReferencePipeline.h"
 #include "support/ClsXml.h"
@@ -27,7 +28,8 @@ bool ClsXmlDSig::VerifyReferenceDigest(int index) {
   // IgnoreExternalRefs is set: that property only excuses such references in VerifySignature.
   m_canonicalBytesUsed = 0;
   bool externalDataMissing = false;
-  const bool ok = checkSignatureStructure(log) && verifyReferenceDigest(index, externalDataMissing, dirs, log);
+  bool ok = checkSignatureStructure(log);
+  if (ok) ok = verifyReferenceDigest(index, locateInTree(*selectedSignature()), externalDataMissing, dirs, log);
   logSuccessFailure(ok);
   return ok;
 }
@@ -36,12 +38,13 @@ void ClsXmlDSig::splitExternalRefDirs(ExtPtrArraySb& dirs) const {
   m_externalRefDirs.getUtf8Sb().split(dirs, ';', true, true);
 }
 
-bool ClsXmlDSig::verifyReferenceDigest(int index, bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log) {
+bool ClsXmlDSig::verifyReferenceDigest(int index, const SignatureLocation& location, bool& externalDataMissing,
+                                       ExtPtrArraySb& dirs, LogBase& log) {
   LogContextExitor ctx(log, "verifyReferenceDigest");
   // Each attempt starts a fresh result; the last one is the reference's.
   ReferenceResult result;
   m_familyRefusal.clear();
-  const bool ok = verifyReferenceDigestRetrying(index, result, externalDataMissing, dirs, log);
+  const bool ok = verifyReferenceDigestRetrying(index, location, result, externalDataMissing, dirs, log);
   result.refusal = m_familyRefusal;
   result.checked = true;
   result.index = index;
@@ -59,9 +62,9 @@ bool ClsXmlDSig::verifyReferenceDigest(int index, bool& externalDataMissing, Ext
   return ok;
 }
 
-bool ClsXmlDSig::verifyReferenceDigestRetrying(int index, ReferenceResult& result, bool& externalDataMissing,
-                                               ExtPtrArraySb& dirs, LogBase& log) {
-  if (referenceAttempt(index, result, externalDataMissing, dirs, log)) return true;
+bool ClsXmlDSig::verifyReferenceDigestRetrying(int index, const SignatureLocation& location, ReferenceResult& result,
+                                               bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log) {
+  if (referenceAttempt(index, location, result, externalDataMissing, dirs, log)) return true;
 
   log.LogDataLong("invalidDigestReason", m_refFailReason);
   // Only a plain mismatch can be explained by how the signer's canonicalizer ordered
@@ -76,13 +79,13 @@ bool ClsXmlDSig::verifyReferenceDigestRetrying(int index, ReferenceResult& resul
     log.LogInfo("Retry without duplication of common XML canonicalization attribute sorting bug...");
     setAttrSortBugEmulation(false);
     result = ReferenceResult();
-    return referenceAttempt(index, result, externalDataMissing, dirs, log);
+    return referenceAttempt(index, location, result, externalDataMissing, dirs, log);
   }
   if (sortBugRetry == SortBugRetry::With) {
     log.LogInfo("Retry with duplication of common XML canonicalization attribute sorting bug...");
     setAttrSortBugEmulation(true);
     ReferenceResult retry;
-    if (referenceAttempt(index, retry, externalDataMissing, dirs, log)) {
+    if (referenceAttempt(index, location, retry, externalDataMissing, dirs, log)) {
       log.LogInfo("This signature was produced by software having the attribute sorting bug.");
       result = std::move(retry);
       return true;
@@ -92,8 +95,8 @@ bool ClsXmlDSig::verifyReferenceDigestRetrying(int index, ReferenceResult& resul
   return false;
 }
 
-bool ClsXmlDSig::referenceAttempt(int index, ReferenceResult& result, bool& externalDataMissing, ExtPtrArraySb& dirs,
-                                  LogBase& log) {
+bool ClsXmlDSig::referenceAttempt(int index, const SignatureLocation& location, ReferenceResult& result,
+                                  bool& externalDataMissing, ExtPtrArraySb& dirs, LogBase& log) {
   LogContextExitor ctx(log, "verifyReferenceDigest_inner");
   externalDataMissing = false;
   m_refFailReason = 99;
@@ -110,7 +113,7 @@ bool ClsXmlDSig::referenceAttempt(int index, ReferenceResult& result, bool& exte
     return false;
   }
 
-  ReferencePipeline pipe(result, m_record.keepDigestedBytes);
+  ReferencePipeline pipe(result, m_record.keepDigestedBytes, location);
   pipe.parse(*referenceXml, log);
   // A digest method that is not known exactly is refused rather than replaced by another.
   if (pipe.ref.getHashAlg() == 0) {

@@ -1,7 +1,7 @@
 // One reference on its way to a digest: the parsed Reference, its transform chain
 // classified once, the source view (the loaded document less the spans cut out of it,
-// read in place until a step needs a copy of its own), the streamed digest, and the
-// result the verifier keeps for the reference.
+// read in place until a step needs a copy of its own), the streamed digest, the result
+// the verifier keeps for the reference, and the location of the signature it belongs to.
 #pragma once
 
 #include <string>
@@ -17,6 +17,7 @@
 class ClsXml;
 class DataBuffer;
 class LogBase;
+struct SignatureLocation;
 
 // One declared transform: its element, algorithm URI and what the table says it does.
 struct TransformStep {
@@ -30,7 +31,8 @@ class ReferencePipeline {
   using TextSpan = ClsXmlDSig::TextSpan;
   using Step = TransformStep;
 
-  ReferencePipeline(ReferenceResult& result, bool keepBytes) : result(result), m_keepBytes(keepBytes) {}
+  ReferencePipeline(ReferenceResult& result, bool keepBytes, const SignatureLocation& location)
+      : result(result), location(location), m_keepBytes(keepBytes) {}
   ReferencePipeline(const ReferencePipeline&) = delete;
   ReferencePipeline& operator=(const ReferencePipeline&) = delete;
 
@@ -69,6 +71,8 @@ class ReferencePipeline {
 
   DSigReference ref;
   ReferenceResult& result;
+  // Where the selected signature stands: what the enveloped-signature transform cuts.
+  const SignatureLocation& location;
   StreamedDigest streamed;
   // While inPlace, the working text is the document less `cuts`; element offsets of the
   // tree still name its elements.

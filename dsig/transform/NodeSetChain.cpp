@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "dsig/ClsXmlDSig.h"
+#include "dsig/SignatureLocation.h"
 #include "dsig/reference/DSigReference.h"
 #include "dsig/transform/TransformAlgorithms.h"
 #include "support/ClsXml.h"
@@ -124,7 +125,8 @@ bool _clsXmlDSigBase::needsNodeSet(ClsXml* transforms) {
   return false;
 }
 
-bool ClsXmlDSig::nodeSetTransforms(ClsXml* transforms, const StringBuffer& uri, StringBuffer& data, LogBase& log) {
+bool ClsXmlDSig::nodeSetTransforms(ClsXml* transforms, const SignatureLocation& location, const StringBuffer& uri,
+                                   StringBuffer& data, LogBase& log) {
   LogContextExitor ctx(log, "nodeSetTransforms");
   xml::NodeSetState state;
   std::string error;
@@ -139,8 +141,8 @@ bool ClsXmlDSig::nodeSetTransforms(ClsXml* transforms, const StringBuffer& uri, 
   }
   // The signature being verified, when the data is the loaded document itself.
   uint32_t signature = UINT32_MAX;
-  if (ClsXml* sig = selectedSignature(); sig && data.getSize() == m_xmlSb.getSize() && data.view() == m_xmlSb.view())
-    signature = state.elementAtOffset(sig->sourceStart());
+  if (data.getSize() == m_xmlSb.getSize() && data.view() == m_xmlSb.view())
+    signature = state.elementAtOffset(location.signature.start);
 
   const int n = transforms->get_NumChildren();
   if (n > m_maxTransforms) {
