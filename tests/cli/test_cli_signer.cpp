@@ -6,7 +6,7 @@
 #include <string>
 
 #include "CliRun.h"
-#include "dsig/TrustFixtures.h"
+#include "dsig/SignedFixtures.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
-// Documents signed by xmlsec1 and openssl at test time (tests/tools/make_verify_fixtures.sh),
-// made once per test process, with a scratch directory beside them. Shared by the verifier
-// and the command-line tests.
+// Documents signed by xmlsec1 and openssl at test time, made once per test process by a
+// script of tests/tools/, with a scratch directory beside them: the verification set
+// (make_verify_fixtures.sh) and a small PKI with documents signed in it
+// (make_trust_fixtures.sh). Shared by the verifier and the command-line tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,9 +16,9 @@ namespace signedfixtures {
 
 class Fixtures {
  public:
-  Fixtures() : dir_(testsupport::makeTempDir("signed-fixtures")) {
-    const std::string script = testsupport::sourceDir() + "/tests/tools/make_verify_fixtures.sh";
-    ok_ = std::system(("bash '" + script + "' '" + dir_ + "/fx' >/dev/null 2>&1").c_str()) == 0;
+  explicit Fixtures(const std::string& script) : dir_(testsupport::makeTempDir("signed-fixtures")) {
+    const std::string path = testsupport::sourceDir() + "/tests/tools/" + script;
+    ok_ = std::system(("bash '" + path + "' '" + dir_ + "/fx' >/dev/null 2>&1").c_str()) == 0;
   }
   ~Fixtures() {
     std::error_code ec;
@@ -34,7 +35,7 @@ class Fixtures {
 };
 
 inline const Fixtures& fixtures() {
-  static const Fixtures f;
+  static const Fixtures f("make_verify_fixtures.sh");
   return f;
 }
 
@@ -48,5 +49,14 @@ inline std::string replaced(std::string text, const std::string& from, const std
 
 }  // namespace signedfixtures
 
+namespace trustfixtures {
+inline const signedfixtures::Fixtures& fixtures() {
+  static const signedfixtures::Fixtures f("make_trust_fixtures.sh");
+  return f;
+}
+}  // namespace trustfixtures
+
 #define REQUIRE_FIXTURES() \
   ASSERT_TRUE(signedfixtures::fixtures().ok()) << "make_verify_fixtures.sh failed (needs xmlsec1 and openssl)"
+#define REQUIRE_TRUST_FIXTURES() \
+  ASSERT_TRUE(trustfixtures::fixtures().ok()) << "make_trust_fixtures.sh failed (needs openssl and xmlsec1)"

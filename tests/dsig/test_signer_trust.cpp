@@ -16,9 +16,9 @@
 #include <vector>
 
 #include "CorpusCases.h"
+#include "SignedFixtures.h"
 #include "TestSupport.h"
 #include "TimeStampAuthority.h"
-#include "TrustFixtures.h"
 #include "crypto/ClsPublicKey.h"
 #include "crypto/OsslPtr.h"
 #include "dsig/ClsXmlDSig.h"

@@ -153,7 +153,8 @@ TEST(XPathTransform, ChangesInsideAndOutsideTheSelectedNodesOfCorpusDocuments) {
   REQUIRE_CORPUS();
   std::map<std::string, corpuscases::Case> byId;
   for (const corpuscases::Case& c : corpuscases::allCases()) byId[c.id] = c;
-  const std::string table = testsupport::readFile(testsupport::sourceDir() + "/tests/dsig/xpath_corpus_changes.tsv");
+  const std::string table = testsupport::readFile(testsupport::sourceDir() +
+                                                  "/tests/dsig/data/xpath-corpus-changes.tsv");
   int rows = 0;
   for (const std::string& line : corpuscases::split(table, '\n', true)) {
     if (line[0] == '#') continue;

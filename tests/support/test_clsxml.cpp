@@ -326,3 +326,25 @@ TEST(ClsXml, FindSignaturesOnCorpusDocuments) {
   }
   EXPECT_GT(checked, 50);
 }
+
+// A tree loaded from shared text keeps that text alive as long as a handle on it lives,
+// also across a reload of the root.
+TEST(ClsXml, SharedTextLivesAsLongAsTheTree) {
+  auto text = std::make_shared<const std::string>("<doc xmlns:p=\"urn:p\"><p:a id=\"1\">one</p:a><b/></doc>");
+  const std::weak_ptr<const std::string> watch = text;
+  RcPtr<ClsXml> root(ClsXml::createNewCls());
+  LogNull log;
+  ASSERT_TRUE(root->loadXmlShared(std::move(text), log));
+  RcPtr<ClsXml> a(root->GetChild(0));
+  ASSERT_TRUE(a);
+  ASSERT_TRUE(root->loadXmlShared(std::make_shared<const std::string>("<other/>"), log));
+  EXPECT_FALSE(watch.expired());
+  EXPECT_EQ(a->tagView(), "p:a");
+  a.reset();
+  EXPECT_TRUE(watch.expired());
+
+  _btLogger errors;
+  EXPECT_FALSE(root->loadXmlShared(std::make_shared<const std::string>("<x><y></x>"), errors));
+  EXPECT_TRUE(root->isEmptyHandle());
+  EXPECT_NE(errors.lastErrorLine().find("line 1, column"), std::string::npos) << errors.lastErrorLine();
+}

@@ -29,19 +29,4 @@ inline std::string canonicalize(const std::string& xml, const char* fragment, co
   return out.str();
 }
 
-// The EBICS caller's loop: authenticated element 0, 1, 2, ... canonicalized one per call
-// and appended to out until a call fails; the number written.
-inline int canonicalizeEbics(const std::string& xml, const char* xpointer, StringBuffer& out, LogBase& log) {
-  XmlCanon canon;
-  canon.ebicsMode = true;
-  const StringBuffer in(xml);
-  int emitted = 0;
-  for (; emitted < 100; ++emitted) {
-    canon.ebicsIndex = emitted;
-    canon.ebicsCount = 0;
-    if (!canon.xmlCanonicalize(in, xpointer, 0, out, log)) break;
-  }
-  return emitted;
-}
-
 }  // namespace xmltest

@@ -1,5 +1,5 @@
 // XPath evaluation and node-set canonicalization, driven by the cases of
-// xpath_vectors.txt (expression + document -> nodes, value, canonical form or error), and
+// data/xpath.txt (expression + document -> nodes, value, canonical form or error), and
 // by the node-set outputs recorded beside two interop signatures of the shared corpus.
 #include <gtest/gtest.h>
 
@@ -8,66 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "TestSupport.h"
+#include "VectorFile.h"
 #include "xml/NodeSetTransforms.h"
 #include "xml/XPathEval.h"
 
 namespace {
 
 using namespace xml;
-
-struct VectorCase {
-  std::string name;
-  std::map<std::string, std::string> fields;  // doc, ns, uri, xpath, eval, canon, steps, expect, error
-  std::vector<std::string> filters;           // "op expression", in order
-};
-
-std::vector<VectorCase> readVectors(const std::string& path) {
-  std::vector<VectorCase> cases;
-  std::istringstream in(testsupport::readFile(path));
-  std::string line, key;
-  auto isKey = [](const std::string& l, std::string& k) {
-    static const char* kKeys[] = {"doc", "ns", "uri", "xpath", "filter", "eval", "canon", "steps", "expect", "error"};
-    for (const char* candidate : kKeys) {
-      const std::string prefix = std::string(candidate) + ":";
-      if (l.rfind(prefix, 0) == 0) {
-        k = candidate;
-        return true;
-      }
-    }
-    return false;
-  };
-  while (std::getline(in, line)) {
-    if (line.rfind("===", 0) == 0) {
-      cases.push_back({line.substr(3), {}, {}});
-      key.clear();
-      continue;
-    }
-    if (cases.empty() || (key.empty() && (line.empty() || line[0] == '#'))) continue;
-    VectorCase& c = cases.back();
-    std::string k;
-    if (isKey(line, k)) {
-      std::string value = line.substr(k.size() + 1);
-      if (!value.empty() && value[0] == ' ') value.erase(0, 1);
-      if (k == "filter") {
-        c.filters.push_back(value);
-        key.clear();
-        continue;
-      }
-      key = k;
-      c.fields[key] = value;
-      continue;
-    }
-    if (key.empty()) continue;
-    std::string& field = c.fields[key];
-    if (!field.empty() || key == "doc" || key == "expect") field += field.empty() ? line : "\n" + line;
-  }
-  // The blank lines between cases belong to none of them.
-  for (VectorCase& c : cases)
-    for (auto& f : c.fields)
-      while (!f.second.empty() && f.second.back() == '\n') f.second.pop_back();
-  return cases;
-}
 
 std::string describe(const XPathDocument& doc, uint32_t i) {
   const XPathNode& n = doc.node(i);
@@ -109,11 +56,8 @@ NodeSetCanonOptions canonOptions(const std::string& spec) {
 
 // Runs one case; the outcome as text: the canonical form, the nodes (one per line), the
 // value, or "error: ..." with the evaluator's message.
-std::string run(const VectorCase& c) {
-  auto field = [&](const char* k) {
-    auto it = c.fields.find(k);
-    return it == c.fields.end() ? std::string() : it->second;
-  };
+std::string run(const vectors::Case& c) {
+  auto field = [&](const char* k) { return c.get(k); };
   NodeSetState state;
   std::string error;
   if (!state.load(field("doc"), error)) return "error: " + error;
@@ -148,9 +92,9 @@ std::string run(const VectorCase& c) {
     f.namespaces = prefixes;
     if (!state.applyXPath(f, steps, error)) return "error: " + error;
   }
-  if (!c.filters.empty()) {
+  if (c.has("filter")) {
     std::vector<XPathFilterExpr> filters;
-    for (const std::string& spec : c.filters) {
+    for (const std::string& spec : c.all("filter")) {
       XPathFilterExpr f;
       f.filter = spec.substr(0, spec.find(' '));
       f.expression = spec.substr(spec.find(' ') + 1);
@@ -167,17 +111,18 @@ std::string run(const VectorCase& c) {
 }  // namespace
 
 TEST(XPathVectors, CasesOfTheVectorFile) {
-  const std::vector<VectorCase> cases = readVectors(testsupport::sourceDir() + "/tests/xml/xpath_vectors.txt");
+  const auto cases = vectors::read(
+      testsupport::sourceDir() + "/tests/xml/data/xpath.txt",
+      {"doc", "ns", "uri", "xpath", "filter", "eval", "canon", "steps", "expect", "error"});
   ASSERT_GT(cases.size(), 20u);
-  for (const VectorCase& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const vectors::Case& c : cases) {
+    SCOPED_TRACE(c.where());
     const std::string got = run(c);
-    auto error = c.fields.find("error");
-    if (error != c.fields.end()) {
+    if (c.has("error")) {
       EXPECT_EQ(got.rfind("error: ", 0), 0u) << got;
-      EXPECT_NE(got.find(error->second), std::string::npos) << got;
+      EXPECT_NE(got.find(c.get("error")), std::string::npos) << got;
     } else {
-      EXPECT_EQ(got, c.fields.count("expect") ? c.fields.at("expect") : "");
+      EXPECT_EQ(got, c.get("expect"));
     }
   }
 }
