@@ -60,7 +60,7 @@ inline std::vector<Case> read(const std::string& path, const std::set<std::strin
   return cases;
 }
 
-// "\r", "\t", "\n" and "\\" in a value written as two characters, for bytes a text file
+// "\r", "\t", "\n", "\0", "\\" and "\xHH" in a value stand for those bytes, which a text file
 // does not show.
 inline std::string unescaped(const std::string& s) {
   std::string out;
@@ -70,7 +70,12 @@ inline std::string unescaped(const std::string& s) {
       continue;
     }
     const char next = s[++i];
-    out += next == 'r' ? '\r' : next == 't' ? '\t' : next == 'n' ? '\n' : next;
+    if (next == 'x' && i + 2 < s.size()) {
+      out += static_cast<char>(std::stoi(s.substr(i + 1, 2), nullptr, 16));
+      i += 2;
+      continue;
+    }
+    out += next == 'r' ? '\r' : next == 't' ? '\t' : next == 'n' ? '\n' : next == '0' ? '\0' : next;
   }
   return out;
 }

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
+#include <nlohmann/json.hpp>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -93,6 +95,11 @@ inline std::string signature(const std::string& references, const std::string& t
          "</ds:SignedInfo><ds:SignatureValue>AAAA</ds:SignatureValue>" + tail + "</ds:Signature>";
 }
 
+inline nlohmann::json referenceResult(ClsXmlDSig& d, int index) {
+  XString json;
+  return d.GetReferenceResultJson(index, json) ? nlohmann::json::parse(json.getUtf8()) : nlohmann::json();
+}
+
 // A verifier over one document, for reference checks and the data they need.
 struct Verifier {
   explicit Verifier(const std::string& xml, const char* options = "") : dsig(newVerifier()) {
@@ -102,6 +109,8 @@ struct Verifier {
   void reload(const std::string& xml) { EXPECT_TRUE(loadText(*dsig, xml)); }
   bool verify(int index) { return dsig->VerifyReferenceDigest(index); }
   int reason() const { return dsig->get_RefFailReason(); }
+  // The result of reference `index` as the results API gives it (null when there is none).
+  nlohmann::json result(int index) const { return referenceResult(*dsig, index); }
   // An entry with this key, error or info text in the log of the last call.
   bool logged(const char* what) const { return logprobe::find(dsig->m_log.entries(), what) != nullptr; }
   std::string value(const char* key) const { return logprobe::value(dsig->m_log, key); }

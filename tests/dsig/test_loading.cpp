@@ -2,6 +2,9 @@
 // reference access.
 #include <gtest/gtest.h>
 
+#include <sstream>
+
+#include "TestSupport.h"
 #include "VerifierTestUtil.h"
 #include "support/ClsBinData.h"
 #include "support/ClsStringBuilder.h"
@@ -113,46 +116,28 @@ TEST(Loading, ReferencesOfTheSelectedSignature) {
 }
 
 TEST(Loading, FamilyDetectionFirstRuleWins) {
-  struct Case {
-    const char* text;
-    bool sii, sunat, sortBug, csioz, cma, doda, skxml;
-  };
-  const Case cases[] = {
-      // Chile's SII and an HL7 marker: SII only.
-      {"<DTE xmlns=\"http://www.sii.cl/SiiDte\"><x r=\"urn:hl7-org:v3\"/></DTE>", 1, 0, 0, 0, 0, 0, 0},
-      {"<Invoice xmlns:sac=\"urn:sunat:names:specification:ubl:peru:schema:xsd:Sac-1\"/>", 0, 1, 0, 0, 0, 0, 0},
-      {"<a xmlns=\"http://crd.gov.pl/wzor/2021/11/29/11089/\"/>", 0, 0, 1, 0, 0, 0, 0},
-      {"<a xmlns=\"http://jpk.mf.gov.pl/wzor/2016/03/09/03095/\"/>", 0, 0, 1, 0, 0, 0, 0},
-      {"<a xmlns=\"https://apps.mf.gov.pl/x\"/>", 0, 0, 1, 0, 0, 0, 0},
-      {"<a xmlns=\"http://www.zus.pl/2019/KEDU\"/>", 0, 0, 1, 0, 0, 0, 0},
-      {"<ClinicalDocument xmlns=\"urn:hl7-org:v3\"/>", 0, 0, 1, 0, 0, 0, 0},
-      {"<a href=\"https://www.fascicolosanitario.gov.it/\"/>", 0, 0, 1, 0, 0, 0, 0},
-      // CSIOZ alone, and after a rule-3 marker (rule 3 wins).
-      {"<a xmlns=\"http://csioz.gov.pl/p1/kontekst/mt/v20170510\"/>", 0, 0, 1, 1, 0, 0, 0},
-      {"<a xmlns=\"http://csioz.gov.pl/p1\" b=\"urn:hl7-org:v3\"/>", 0, 0, 1, 0, 0, 0, 0},
-      {"<a xmlns=\"urn:cma:stp:xsd:stp.1.0\"/>", 0, 0, 0, 0, 1, 0, 0},
-      // Mexico's SAT SIAT needs the <doda> element as well.
-      {"<a xmlns=\"http://www.siat.sat.gob.mx/x\"/>", 0, 0, 0, 0, 0, 0, 0},
-      {"<a xmlns=\"http://www.siat.sat.gob.mx/x\"><doda>1</doda></a>", 0, 0, 0, 0, 0, 1, 0},
-      // SK-XML is independent of the ordered rules.
-      {"<SignedDoc format=\"SK-XML\" xmlns=\"http://www.sii.cl/x\"/>", 1, 0, 0, 0, 0, 0, 1},
-      {"<SignedDoc format=\"DIGIDOC-XML\"/>", 0, 0, 0, 0, 0, 0, 0},
-      {"<a><b>plain</b></a>", 0, 0, 0, 0, 0, 0, 0},
-  };
+  std::istringstream rows(testsupport::readFile(testsupport::sourceDir() + "/tests/dsig/data/family-detection.tsv"));
   DSigPtr d = newVerifier();
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.text);
-    ASSERT_TRUE(loadText(*d, c.text));
-    EXPECT_EQ(d->m_isSiiCl, c.sii);
-    EXPECT_EQ(d->m_noSortBugRetry, c.sii);
-    EXPECT_EQ(d->m_isSunatPeru, c.sunat);
-    EXPECT_EQ(d->m_dupAttrSortBug, c.sortBug);
-    EXPECT_EQ(d->m_isCsioz, c.csioz);
-    EXPECT_EQ(d->m_isCmaStp, c.cma);
-    EXPECT_EQ(d->m_isDoda, c.doda);
-    EXPECT_EQ(d->m_isSkXmlSignedDoc, c.skxml);
-    EXPECT_EQ(d->m_log.containsText("Will duplicate the XML canonicalization attribute sorting bug..."), c.sortBug);
+  int count = 0;
+  for (std::string row; std::getline(rows, row);) {
+    if (row.empty() || row[0] == '#') continue;
+    ++count;
+    const std::string text = row.substr(0, row.find('\t')), flags = " " + row.substr(row.find('\t') + 1) + " ";
+    SCOPED_TRACE(text);
+    ASSERT_TRUE(loadText(*d, text));
+    auto set = [&](const char* name) { return flags.find(std::string(" ") + name + " ") != std::string::npos; };
+    EXPECT_EQ(d->m_isSiiCl, set("sii"));
+    EXPECT_EQ(d->m_noSortBugRetry, set("sii"));
+    EXPECT_EQ(d->m_isSunatPeru, set("sunat"));
+    EXPECT_EQ(d->m_dupAttrSortBug, set("sortbug"));
+    EXPECT_EQ(d->m_isCsioz, set("csioz"));
+    EXPECT_EQ(d->m_isCmaStp, set("cmastp"));
+    EXPECT_EQ(d->m_isDoda, set("doda"));
+    EXPECT_EQ(d->m_isSkXmlSignedDoc, set("skxml"));
+    EXPECT_EQ(d->m_log.containsText("Will duplicate the XML canonicalization attribute sorting bug..."),
+              set("sortbug"));
   }
+  EXPECT_GT(count, 10);
   // The SUNAT document kind is not reset by later loads.
   EXPECT_EQ(d->m_specialDocKind, 3);
 }

@@ -11,7 +11,7 @@
 
 #include "LogProbe.h"
 #include "SignedFixtures.h"
-#include "TestSupport.h"
+#include "VectorFile.h"
 #include "VerifierTestUtil.h"
 #include "crypto/ClsPublicKey.h"
 
@@ -23,19 +23,6 @@ struct Variant {
   std::string name, fixture, find, replace, verdict, error;
   bool redigest = false;
 };
-
-std::string unescaped(const std::string& s) {
-  std::string out;
-  for (size_t i = 0; i < s.size(); ++i) {
-    if (s[i] == '\\' && i + 1 < s.size() && (s[i + 1] == 'n' || s[i + 1] == 'r')) {
-      out += s[i + 1] == 'n' ? '\n' : '\r';
-      ++i;
-    } else {
-      out += s[i];
-    }
-  }
-  return out;
-}
 
 std::vector<std::string> split(const std::string& s, const std::string& sep) {
   std::vector<std::string> parts;
@@ -55,7 +42,7 @@ std::vector<Variant> variants(const std::string& file) {
     const std::vector<std::string> f = split(line, "\t");
     EXPECT_EQ(f.size(), 7u) << line;
     if (f.size() != 7) continue;
-    out.push_back({f[0], f[1], unescaped(f[2]), unescaped(f[3]), f[5], f[6], f[4] == "1"});
+    out.push_back({f[0], f[1], vectors::unescaped(f[2]), vectors::unescaped(f[3]), f[5], f[6], f[4] == "1"});
   }
   return out;
 }
@@ -101,7 +88,12 @@ Outcome verify(const std::string& xml, const std::string& reason = "", bool load
   o.valid = d->VerifySignature(true);
   if (!o.valid) o.errors = d->lastErrorText();
   o.reasonLogged = logprobe::hasError(d->m_log, reason);
-  o.calculatedDigest = logprobe::value(d->m_log, "calculatedDigest");
+  // The digest computed for the last reference, which the attacker stores.
+  nlohmann::json last;
+  for (int i = 0; !dsigtest::referenceResult(*d, i).is_null(); ++i) last = dsigtest::referenceResult(*d, i);
+  o.calculatedDigest = last.is_object() && last["calculatedDigest"].is_string()
+                           ? last["calculatedDigest"].get<std::string>()
+                           : "";
   return o;
 }
 

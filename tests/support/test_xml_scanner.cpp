@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "TestSupport.h"
+#include "VectorFile.h"
 #include "support/xml/XmlScanner.h"
 
 using xml::XmlScanner;
@@ -37,19 +37,6 @@ struct MalformedCase {
   std::string document, error;
 };
 
-std::string unescaped(const std::string& s) {
-  std::string out;
-  for (size_t i = 0; i < s.size(); ++i) {
-    if (s[i] != '\\' || i + 1 == s.size()) {
-      out += s[i];
-      continue;
-    }
-    const char c = s[++i];
-    out += c == 'n' ? '\n' : c == 'r' ? '\r' : c == 't' ? '\t' : c == '0' ? '\0' : c;
-  }
-  return out;
-}
-
 std::vector<MalformedCase> readMalformedCases() {
   std::ifstream in(testsupport::sourceDir() + "/tests/support/data/malformed-xml.tsv");
   std::vector<MalformedCase> cases;
@@ -57,8 +44,8 @@ std::vector<MalformedCase> readMalformedCases() {
   for (int line = 1; std::getline(in, text); ++line) {
     if (text.empty() || text[0] == '#') continue;
     const size_t tab = text.find('\t');
-    cases.push_back(
-        {line, unescaped(text.substr(0, tab)), tab == std::string::npos ? "" : unescaped(text.substr(tab + 1))});
+    cases.push_back({line, vectors::unescaped(text.substr(0, tab)),
+                     tab == std::string::npos ? "" : vectors::unescaped(text.substr(tab + 1))});
   }
   EXPECT_GT(cases.size(), 30u);
   return cases;
