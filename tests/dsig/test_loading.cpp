@@ -84,13 +84,10 @@ TEST(Loading, ReferencesOfTheSelectedSignature) {
   EXPECT_TRUE(ref->getAttrValue("URI", uri));
   EXPECT_STREQ(uri.getString(), "#r1");
   EXPECT_EQ(logprobe::countErrors(verbose.entries()), 0);
-  EXPECT_EQ(logprobe::value(verbose, "m_selector"), "0");
 
   _btLogger missLog;
   EXPECT_EQ(d->getReference(5, missLog), nullptr);
   EXPECT_EQ(missLog.lastErrorLine(), "No Reference element at the requested index.");
-  EXPECT_EQ(logprobe::value(missLog, "index"), "5");
-  EXPECT_EQ(missLog.entries()[0].key, "getReference");
 
   ASSERT_TRUE(loadText(*d,
                        "<r><ds:Signature xmlns:ds=\"http://www.w3.org/2000/09/xmldsig#\">"
@@ -106,7 +103,6 @@ TEST(Loading, ReferencesOfTheSelectedSignature) {
   _btLogger none;
   EXPECT_EQ(d->getReference(0, none), nullptr);
   EXPECT_EQ(none.lastErrorLine(), "No object in dsig array at the current selector index.");
-  EXPECT_EQ(logprobe::value(none, "selectorIndex"), "0");
 
   // Not well-formed: the parser's located message, and the previous signatures are gone.
   ASSERT_TRUE(loadText(*d, kNested));

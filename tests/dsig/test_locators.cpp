@@ -1,9 +1,10 @@
-// Signature locators and the signature remover on exact document text.
+// Signature locators (cases of data/locate.txt, and real documents) and the signature
+// remover on exact document text.
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "TestSupport.h"
+#include "VectorFile.h"
 #include "VerifierTestUtil.h"
 #include "support/LogBase.h"
 #include "xml/XmlSigLocate.h"
@@ -19,69 +20,24 @@ std::string span(const StringBuffer& sb, unsigned start, unsigned len) { return 
 
 }  // namespace
 
-TEST(Locators, ByIdReportsExactOffsetsAndIgnoresLookAlikes) {
-  const std::string real = digestSignature("s1", "AAAA");
-  const std::string doc =
-      "<?xml version=\"1.0\"?>\n<root a=\"&lt;ds:Signature Id='s1'&gt;\">"
-      "<!-- <ds:Signature " +
-      kDs +
-      " Id=\"s1\"><ds:SignedInfo/></ds:Signature> -->"
-      "<![CDATA[<ds:Signature " +
-      kDs +
-      " Id=\"s1\"></ds:Signature>]]>"
-      "<x:Signature xmlns:x=\"urn:not-dsig\" Id=\"s1\"><x:SignedInfo/></x:Signature>\n" +
-      real + "\n</root>";
-  const StringBuffer text(doc);
-  _btLogger log;
+TEST(Locators, CasesOfTheVectorFile) {
+  const auto cases = vectors::read(testsupport::sourceDir() + "/tests/dsig/data/locate.txt",
+                                   {"doc", "id", "digest", "expect", "signed-info", "missing"});
+  ASSERT_GT(cases.size(), 8u);
   _btXmlDtd dtd;
-
-  XmlSigLocate loc;
-  ASSERT_TRUE(loc.FindXmlSigById("s1", text, dtd, log));
-  EXPECT_EQ(loc.m_sigStart, doc.find(real));
-  EXPECT_EQ(span(text, loc.m_sigStart, loc.m_sigLength), real);
-  EXPECT_EQ(span(text, loc.m_signedInfoStart, loc.m_signedInfoLength),
-            "<ds:SignedInfo><ds:Reference URI=\"\"><ds:DigestValue>AAAA</ds:DigestValue></ds:Reference>"
-            "</ds:SignedInfo>");
-
-  XmlSigLocate byDigest;
-  ASSERT_TRUE(byDigest.FindXmlSigByRefDigest("AAAA", text, dtd, log));
-  EXPECT_EQ(byDigest.m_sigStart, loc.m_sigStart);
-
-  XmlSigLocate missing;
-  EXPECT_FALSE(missing.FindXmlSigById("s2", text, dtd, log));
-  EXPECT_FALSE(missing.FindXmlSigByRefDigest("BBBB", text, dtd, log));
-}
-
-TEST(Locators, DigestSearchAndNestedAndNamespaceForms) {
-  // The inner signature sits in the outer one's content; the DigestValue of the second
-  // top-level signature is wrapped over lines and written with a character reference.
-  const std::string inner = digestSignature("inner", "SU5O");
-  const std::string outer = digestSignature("outer", "T1VU", "<ds:Object>" + inner + "</ds:Object>");
-  const std::string second =
-      "<Signature xmlns=\"http://www.w3.org/2000/09/xmldsig#\"><SignedInfo><Reference>"
-      "<DigestValue>\n  Zm9v&#10;YmFy\n</DigestValue></Reference></SignedInfo></Signature>";
-  const std::string doc = "<r>" + outer + second + "</r>";
-  const StringBuffer text(doc);
-  _btLogger log;
-  _btXmlDtd dtd;
-
-  XmlSigLocate a, b, c, d;
-  ASSERT_TRUE(a.FindXmlSigById("outer", text, dtd, log));
-  EXPECT_EQ(span(text, a.m_sigStart, a.m_sigLength), outer);
-  ASSERT_TRUE(b.FindXmlSigByRefDigest("SU5O", text, dtd, log));
-  EXPECT_EQ(span(text, b.m_sigStart, b.m_sigLength), inner);
-  ASSERT_TRUE(c.FindXmlSigByRefDigest("Zm9vYmFy", text, dtd, log));
-  EXPECT_EQ(span(text, c.m_sigStart, c.m_sigLength), second);
-
-  // Lenient forms: no namespace declared at all, unprefixed or with a prefix declared
-  // outside the text. A Signature in another namespace is not one.
-  const StringBuffer lenient(
-      "<r><a xmlns=\"urn:other\"><Signature Id=\"x\"/></a><Signature Id=\"x\"><SignedInfo/></Signature>"
-      "<ds:Signature Id=\"y\"/></r>");
-  ASSERT_TRUE(d.FindXmlSigById("x", lenient, dtd, log));
-  EXPECT_EQ(d.m_sigStart, lenient.str().find("<Signature Id=\"x\"><SignedInfo/>"));
-  ASSERT_TRUE(d.FindXmlSigById("y", lenient, dtd, log));
-  EXPECT_EQ(d.m_sigStart + d.m_sigLength, lenient.str().find("</r>"));
+  for (const vectors::Case& c : cases) {
+    SCOPED_TRACE(c.where());
+    const StringBuffer text(c.get("doc"));
+    _btLogger log;
+    XmlSigLocate loc;
+    const bool found = c.has("id") ? loc.FindXmlSigById(c.get("id").c_str(), text, dtd, log)
+                                   : loc.FindXmlSigByRefDigest(c.get("digest").c_str(), text, dtd, log);
+    ASSERT_EQ(found, !c.has("missing"));
+    if (!found) continue;
+    EXPECT_EQ(span(text, loc.m_sigStart, loc.m_sigLength), c.get("expect"));
+    if (c.has("signed-info"))
+      EXPECT_EQ(span(text, loc.m_signedInfoStart, loc.m_signedInfoLength), c.get("signed-info"));
+  }
 }
 
 TEST(Locators, EbicsAuthSignatureFoundByDigest) {

@@ -39,7 +39,6 @@ TEST(SignedInfo, CanonicalizationMethodAndPrefixList) {
   ASSERT_TRUE(loadText(*d, signedInfoDoc("<ds:SignatureMethod Algorithm=\"a\"/>", "")));
   _btLogger log;
   EXPECT_FALSE(d->getCanonicalizationMethod(alg, prefixes, log));
-  EXPECT_EQ(logprobe::value(log, "childNotFound"), "*:CanonicalizationMethod");
 }
 
 TEST(SignedInfo, FieldsByNameAndAttribute) {
@@ -63,9 +62,6 @@ TEST(SignedInfo, FieldsByNameAndAttribute) {
   out.setString("stale");
   EXPECT_FALSE(d->getSignedInfoField("Missing", nullptr, out, miss));
   EXPECT_TRUE(out.isEmpty());
-  ASSERT_FALSE(miss.entries().empty());
-  EXPECT_EQ(miss.entries()[0].key, "getSignedInfoField");
-  EXPECT_EQ(logprobe::value(miss, "childNotFound"), "Missing");
 
   ASSERT_TRUE(loadText(*d, std::string("<r><ds:Signature ") + kNs + "/></r>"));
   _btLogger noSi;
