@@ -35,8 +35,9 @@ TEST(Locators, CasesOfTheVectorFile) {
     ASSERT_EQ(found, !c.has("missing"));
     if (!found) continue;
     EXPECT_EQ(span(text, loc.m_sigStart, loc.m_sigLength), c.get("expect"));
-    if (c.has("signed-info"))
+    if (c.has("signed-info")) {
       EXPECT_EQ(span(text, loc.m_signedInfoStart, loc.m_signedInfoLength), c.get("signed-info"));
+    }
   }
 }
 
